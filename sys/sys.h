@@ -1,0 +1,84 @@
+// Platform layer: mutexes, events, threads, time, files, paths, allocation.
+// No function here prints to the console or ends the process.
+#pragma once
+#include <cstdint>
+
+// ---- Mutexes and events (fixed tables of 64 entries) ----
+typedef void* SYS_HMUTEX;          // 0 = no mutex
+typedef intptr_t SYS_HEVENT;       // -1 = failure
+constexpr uint32_t SYS_INFINITE = 0xFFFFFFFFu;
+constexpr int SYS_WAIT_TIMEOUT = 258;
+
+SYS_HMUTEX SYS_CreateMutex(const char* name);
+int  SYS_WaitForMutex(SYS_HMUTEX h, uint32_t timeoutMs);   // 0, 258, -1
+void SYS_LockMutex(SYS_HMUTEX h);
+int  SYS_ReleaseMutex(SYS_HMUTEX h);                       // 0 ok, 1 error
+void SYS_CloseMutex(SYS_HMUTEX* ph);
+
+SYS_HEVENT SYS_CreateEvent(int manualReset, int initialState);
+void SYS_SetEvent(SYS_HEVENT h);
+int  SYS_WaitForEvent(SYS_HEVENT h, uint32_t timeoutMs);   // 0, 258, -1
+void SYS_CloseEvent(SYS_HEVENT h);
+
+typedef void* (*SYS_THREAD_FUNC)(void* arg);
+uint64_t SYS_CreateThread(SYS_THREAD_FUNC func, void* arg, uint64_t* threadId);
+int  SYS_CancelThread(uint64_t threadId);
+int  SYS_SetThreadPriority(uint64_t threadId, int priority);
+uint64_t SYS_GetCurrentThreadId(void);
+int  SYS_GetNumProcessors(void);
+
+// ---- Time ----
+void     SYS_Sleep(uint32_t ms);
+uint32_t SYS_GetTickCount(void);      // ms since first call (first call returns 0)
+uint32_t SYS_GetTickCountAbs(void);   // ms of the monotonic clock
+uint64_t SYS_GetTimeUs(void);         // us since first call
+uint64_t SYS_GetTimeUsRel(uint64_t offset);
+struct SYS_DATETIME { uint16_t year, month, day, hour, minute, second, milliseconds; };
+void SYS_GetUTCTime(SYS_DATETIME* t);
+void SYS_GetLocalTime(SYS_DATETIME* t);
+
+// ---- Init, exit hook, debug trace ----
+void SYS_Init(int closeHandles);
+void SYS_Exit(void);
+int  SYS_GetDebugLevel(void);
+// Trace at a level: produced only when the debug level is above `level`
+// (errors use level 0, entry/exit traces level 1). The sink discards text.
+void SYS_Trace(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+// Process exit hook (functions run at normal process exit, last registered first).
+int  SYS_AtExit(void (*func)(void));
+
+// ---- Files ----
+enum : uint32_t {
+  SYS_FILE_FLAG_READ = 1, SYS_FILE_FLAG_WRITE = 2, SYS_FILE_FLAG_SHARE_READ = 4,
+  SYS_FILE_FLAG_SHARE_WRITE = 8, SYS_FILE_FLAG_CREATE = 16, SYS_FILE_FLAG_TRUNC = 32,
+  SYS_FILE_FLAG_APPEND = 64, SYS_FILE_FLAG_EXCL = 128,
+};
+constexpr uint32_t SYS_FILE_READ_FLAGS = 5;    // read, others may read
+constexpr uint32_t SYS_FILE_WRITE_FLAGS = 54;  // write, others may read, create, truncate
+
+int  SYS_FILE_Open(const char* path, uint32_t flags, int retries, uint32_t retryDelayMs);
+int  SYS_FILE_OpenSimple(const char* path, uint32_t flags);
+int  SYS_FILE_OpenEx(const char* path, uint32_t flags);
+int  SYS_FILE_Read(int fd, void* buffer, uint32_t numBytes);
+int  SYS_FILE_Write(int fd, const void* buffer, uint32_t numBytes);
+void SYS_FILE_Close(int fd);
+uint32_t SYS_FILE_GetSize(int fd);
+int  SYS_FILE_Exists(const char* path);
+int  SYS_FILE_IsReadOnly(const char* path);
+int  SYS_GetLastError(void);
+
+// ---- Paths ----
+void SYS_SplitPath(const char* path, char* drive, int driveSize, char* dir, int dirSize,
+                   char* name, int nameSize, char* ext, int extSize);
+void SYS_MakePath(char* result, int resultSize, const char* dir, const char* name);
+void SYS_GetFileName(const char* path, char* result, int size);
+void SYS_GetFileExt(const char* path, char* result, int size);
+int  SYS_CreateDirRecursive(const char* path);
+int  SYS_GetConfigDir(char* result, int size);
+void SYS_GetModulePath(char* result, int size);
+void SYS_GetModuleDir(char* result, int size);
+
+// ---- Allocation (never throws; null on failure) ----
+void* SYS_Alloc(uint32_t size);
+void* SYS_Realloc(void* p, uint32_t size);
+void  SYS_Free(void* p);

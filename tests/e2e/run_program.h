@@ -1,0 +1,43 @@
+// Runs the built pellam-spi as a user would: in a directory of the test's
+// choosing, with extra environment variables, capturing stdout and the exit
+// status. Shared by every end-to-end test.
+#pragma once
+#include <string>
+#include <utility>
+#include <vector>
+
+struct RunResult {
+  int exitStatus = -1;     // the program's exit status, or -1 when it did not exit normally
+  std::string out;         // everything written to standard output
+  std::string err;         // everything written to standard error
+};
+
+// A fresh temporary directory, removed with its contents on destruction.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::string& path() const { return path_; }
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+  void write(const std::string& name, const std::string& contents) const;
+  std::string read(const std::string& name) const;   // empty when missing
+  bool exists(const std::string& name) const;
+ private:
+  std::string path_;
+};
+
+// Path of the built program (beside it: the simulated libtarloarm.so).
+std::string PellamBinary();
+
+// Runs `program` (default: the built pellam-spi) with args in cwd. env
+// entries "NAME=value" are added to (or replace in) the inherited
+// environment; "NAME" alone removes the variable. Times out after
+// timeoutSeconds (the child is killed, exitStatus -1).
+RunResult RunProgram(const std::vector<std::string>& args, const std::string& cwd,
+                     const std::vector<std::string>& env = {}, int timeoutSeconds = 120,
+                     const std::string& program = "");
+
+// Replaces "\r\n" by "\n", for comparing operation-log output.
+std::string StripCR(const std::string& s);
