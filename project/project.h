@@ -78,7 +78,11 @@ void PROJECT_SetDisconnectHook(void (*hook)(void));
 // Called whenever the production record is loaded or set, with the target power setting.
 void PROJECT_SetTargetPowerHook(void (*hook)(uint32_t enabled, uint32_t delayMs));
 
-// Sectors selected for "erase selected sectors": a range set (ranges without
-// bytes), one range per run of selected sectors. Owned by the project; null when none.
-struct MemImage;
-MemImage* PROJECT_GetSelectedSectors(void);
+// Sectors selected for "erase selected sectors", one flag byte per sector.
+// Kept in the project file as the index set "SelectedSectors" of [FLASH],
+// written only when a selection exists. A project without a selection has
+// every sector selected ("Erase all sectors", as the help says).
+// Fills flags[0..count-1] with 0/1 and returns the number of selected sectors.
+uint32_t PROJECT_GetSectorSelection(uint8_t* flags, uint32_t count);
+// Stores a selection (counts as a change when it differs); null/0 clears it.
+void PROJECT_SetSectorSelection(const uint8_t* flags, uint32_t count);
