@@ -78,6 +78,12 @@ int  SYS_GetConfigDir(char* result, int size);
 void SYS_GetModulePath(char* result, int size);
 void SYS_GetModuleDir(char* result, int size);
 
+// ---- Console ----
+// Writes bytes to standard output unbuffered (whole buffer, retrying partial
+// writes). Every console printer of the program goes through it, so the
+// order of lines from different layers is kept.
+void SYS_ConsoleWrite(const char* text, int length);
+
 // ---- Allocation (never throws; null on failure) ----
 void* SYS_Alloc(uint32_t size);
 void* SYS_Realloc(void* p, uint32_t size);
