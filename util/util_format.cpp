@@ -1,0 +1,167 @@
+// The program's own bounded formatter. It knows a deliberately small set of
+// conversions (no flags, no floating point) so that every message is built the
+// same way and can never overrun its buffer.
+#include "util/util.h"
+
+#include <cstddef>
+
+namespace {
+
+// Output state: a character is stored only while length + 1 is below the
+// size, so the text always keeps room for its terminator.
+struct Out {
+  char* buf;
+  int size;
+  int len;
+
+  void Put(char c) {
+    if (len + 1 < size) {
+      buf[len++] = c;
+    }
+  }
+  void Repeat(char c, int count) {
+    for (int i = 0; i < count && len + 1 < size; ++i) {
+      buf[len++] = c;
+    }
+  }
+  void Puts(const char* s) {
+    while (*s != '\0' && len + 1 < size) {
+      buf[len++] = *s++;
+    }
+  }
+};
+
+// Writes an unsigned value with a minimum digit count (precision) and a
+// minimum character count (width, filled with spaces on the left).
+void PutNumber(Out& out, uint64_t value, unsigned base, bool upper, int width, int precision) {
+  const char* digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
+  char tmp[24];  // 2^64-1 has 20 decimal digits, 16 hex digits
+  int n = 0;
+  if (base == 10 && value <= 0xFFFFFFFFu) {
+    // Values that fit in 32 bits take the cheaper 32-bit path.
+    uint32_t v = static_cast<uint32_t>(value);
+    do {
+      tmp[n++] = digits[v % 10u];
+      v /= 10u;
+    } while (v != 0);
+  } else {
+    do {
+      tmp[n++] = digits[value % base];
+      value /= base;
+    } while (value != 0);
+  }
+  int numZeros = precision > n ? precision - n : 0;
+  int numChars = n + numZeros;
+  if (width > numChars) {
+    out.Repeat(' ', width - numChars);
+  }
+  out.Repeat('0', numZeros);
+  while (n > 0) {
+    out.Put(tmp[--n]);
+  }
+}
+
+// Reads a run of decimal digits, saturating instead of overflowing.
+int ReadCount(const char*& p) {
+  int v = 0;
+  while (*p >= '0' && *p <= '9') {
+    if (v < 100000) {
+      v = v * 10 + (*p - '0');
+    }
+    ++p;
+  }
+  return v;
+}
+
+}  // namespace
+
+char* UTIL_vsnprintf(char* buffer, int size, const char* format, va_list args) {
+  if (buffer == nullptr) {
+    return nullptr;
+  }
+  Out out{buffer, size, 0};
+  if (format == nullptr) {
+    format = "";
+  }
+  const char* p = format;
+  while (*p != '\0') {
+    char c = *p++;
+    if (c != '%') {
+      out.Put(c);
+      continue;
+    }
+    if (*p == '%') {
+      out.Put('%');
+      ++p;
+      continue;
+    }
+    int width = ReadCount(p);
+    int precision = 0;
+    if (*p == '.') {
+      ++p;
+      precision = ReadCount(p);
+    }
+    int numL = 0;
+    while (*p == 'l') {
+      ++numL;
+      ++p;
+    }
+    const bool wide = numL >= 2;
+    char conv = *p;
+    if (conv == '\0') {
+      break;
+    }
+    ++p;
+    switch (conv) {
+      case 'd':
+      case 'i': {
+        int64_t v = wide ? va_arg(args, long long) : va_arg(args, int);
+        uint64_t mag = static_cast<uint64_t>(v);
+        if (v < 0) {
+          // The sign stands outside the width: "-" first, then the padding.
+          out.Put('-');
+          mag = 0 - mag;
+        }
+        PutNumber(out, mag, 10, false, width, precision);
+        break;
+      }
+      case 'u':
+      case 'x':
+      case 'X': {
+        uint64_t v = wide ? va_arg(args, unsigned long long) : va_arg(args, unsigned int);
+        unsigned base = conv == 'u' ? 10u : 16u;
+        PutNumber(out, v, base, conv == 'X', width, precision);
+        break;
+      }
+      case 'c':
+        out.Put(static_cast<char>(va_arg(args, int)));
+        break;
+      case 's': {
+        const char* s = va_arg(args, const char*);
+        out.Puts(s != nullptr ? s : "(null)");
+        break;
+      }
+      case 'p': {
+        const void* ptr = va_arg(args, const void*);
+        uint32_t low = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(ptr));
+        PutNumber(out, low, 16, false, 8, 0);
+        break;
+      }
+      default:
+        // Unknown conversions are consumed and write nothing.
+        break;
+    }
+  }
+  if (size > 0) {
+    buffer[out.len] = '\0';
+  }
+  return buffer + out.len;
+}
+
+char* UTIL_snprintf(char* buffer, int size, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  char* end = UTIL_vsnprintf(buffer, size, format, args);
+  va_end(args);
+  return end;
+}
