@@ -1,0 +1,163 @@
+// Chip lookup, applying a table entry to FlashParams, and detection by the
+// JEDEC Read-ID command.
+#include "flash/flashdb.h"
+
+#include <cstring>
+
+#include "app/log.h"
+#include "probe/tarlo_abi.h"
+#include "project/project.h"
+#include "util/util.h"
+
+namespace {
+
+int CurrentIndex = -1;
+
+constexpr uint8_t kCmdJedecId = 0x9F;  // fixed: detection never uses CmdReadID
+constexpr uint8_t kContinuationCode = 0x7F;
+constexpr int kIdAnswerBytes = 13;
+
+int NumEntries() {
+  static const int n = [] {
+    int i = 0;
+    while (FLASHDB_ChipTable[i].Manufacturer != nullptr) ++i;
+    return i;
+  }();
+  return n;
+}
+
+bool Matches(const FlashChipEntry& e, uint32_t id) {
+  const uint32_t mask = (e.Id & FLASHDB_ID_MATCH_MFR_CAP) ? 0xFF00FFu : 0xFFFFFFu;
+  return ((e.Id ^ id) & mask) == 0;
+}
+
+void ApplyTo(const FlashChipEntry& e, FlashParams& p) {
+  p.PageSizeShift = FLASHDB_EntryPageSizeShift(e);
+  const uint32_t sizeShift = FLASHDB_EntrySizeShift(e);
+  p.NumPages = sizeShift >= p.PageSizeShift ? 1u << (sizeShift - p.PageSizeShift) : 0;
+  p.SectorSizeShift = FLASHDB_EntrySectorSizeShift(e);
+  // The 15 command bytes are the leading members of FlashParams, in table order.
+  uint8_t* cmd[FLASHDB_NUM_CMD_BYTES] = {
+      &p.CmdWriteEnable, &p.CmdWriteDisable, &p.CmdReadID, &p.CmdReadStatus,
+      &p.CmdWriteStatus, &p.CmdReadData, &p.CmdWritePage, &p.CmdEraseSector,
+      &p.CmdEraseBulk, &p.CmdEnter4ByteMode, &p.CmdExit4ByteMode, &p.NumAddrBytes,
+      &p.Dedicated4BAddrMode, &p.StatusIsReadyBit, &p.StatusBitPos};
+  for (int i = 0; i < FLASHDB_NUM_CMD_BYTES; ++i) *cmd[i] = e.Commands[i];
+  const Flash4ByteType& t = FLASHDB_4ByteTypes[FLASHDB_Entry4ByteType(e) & 3];
+  auto set = [](uint8_t& field, int16_t v) {
+    if (v >= 0) field = static_cast<uint8_t>(v);
+  };
+  set(p.NumAddrBytes, t.NumAddrBytes);
+  set(p.Dedicated4BAddrMode, t.Dedicated4BAddrMode);
+  set(p.CmdEnter4ByteMode, t.CmdEnter4ByteMode);
+  set(p.CmdExit4ByteMode, t.CmdExit4ByteMode);
+  set(p.CmdReadData, t.CmdReadData);
+  set(p.CmdWritePage, t.CmdWritePage);
+  set(p.CmdEraseSector, t.CmdEraseSector);
+  p.ChipClass = static_cast<uint8_t>(FLASHDB_EntryChipClass(e));
+}
+
+}  // namespace
+
+int FLASHDB_GetNumEntries(void) { return NumEntries(); }
+
+int FLASHDB_FindById(uint32_t id) {
+  for (int i = 0; FLASHDB_ChipTable[i].Manufacturer != nullptr; ++i) {
+    if (Matches(FLASHDB_ChipTable[i], id)) return i;
+  }
+  return -1;
+}
+
+int FLASHDB_GetEntry(int index, FlashChipEntry* out) {
+  if (out == nullptr || index < 0 || index >= NumEntries()) return -1;
+  *out = FLASHDB_ChipTable[index];
+  return 0;
+}
+
+int FLASHDB_ApplyEntry(int index, FlashParams* params) {
+  if (params == nullptr || index < 0 || index >= NumEntries()) return -1;
+  ApplyTo(FLASHDB_ChipTable[index], *params);
+  return 0;
+}
+
+int FLASHDB_SelectChip(int index) {
+  CurrentIndex = -1;
+  if (index < 0 || index >= NumEntries()) return -1;
+  FlashParams p;
+  PROJECT_GetFlashParams(&p);
+  ApplyTo(FLASHDB_ChipTable[index], p);
+  PROJECT_SetFlashParams(&p);
+  CurrentIndex = index;
+  return 0;
+}
+
+int FLASHDB_GetCurrentIndex(void) { return CurrentIndex; }
+
+uint32_t FLASHDB_GetNumSectors(void) {
+  FlashParams p;
+  PROJECT_GetFlashParams(&p);
+  return static_cast<uint32_t>(FLASHPARAMS_NumSectors(p));
+}
+
+void FLASHDB_GetSectorInfo(uint32_t sector, uint32_t* start, uint32_t* size) {
+  FlashParams p;
+  PROJECT_GetFlashParams(&p);
+  const uint32_t shift = p.SectorSizeShift & 31;
+  if (start) *start = sector << shift;
+  if (size) *size = 1u << shift;
+}
+
+void FLASHDB_CompactId(uint8_t id[13]) {
+  // Continuation codes are dropped so that the first other byte becomes the
+  // manufacturer byte. The last byte is stored without advancing: nothing
+  // after it needs a place.
+  int w = 0;
+  for (int r = 0; r < kIdAnswerBytes; ++r) {
+    if (id[r] == kContinuationCode) continue;
+    id[w] = id[r];
+    if (r < kIdAnswerBytes - 1) ++w;
+  }
+}
+
+void FLASHDB_ReadId(uint8_t id[13]) {
+  const uint8_t cmd = kCmdJedecId;
+  std::memset(id, 0, kIdAnswerBytes);
+  TARLO_SPI_Transfer(&cmd, nullptr, 8, TARLO_SPI_FLAG_BEGIN);
+  TARLO_SPI_Transfer(nullptr, id, kIdAnswerBytes * 8, TARLO_SPI_FLAG_END);
+  FLASHDB_CompactId(id);
+}
+
+void FLASHDB_FormatId(char* buffer, int size, const uint8_t* id) {
+  char first[64];
+  char second[64];
+  UTIL_snprintf(first, sizeof(first), "Read SPI Flash Id = 0x%.2X", id[0]);
+  UTIL_snprintf(second, sizeof(second), "%s %.2X", first, id[1]);
+  UTIL_snprintf(buffer, size, "%s %.2X", second, id[2]);
+}
+
+int FLASH_DetectChip(void) {
+  uint8_t id[kIdAnswerBytes];
+  FLASHDB_ReadId(id);
+  char line[256];
+  FLASHDB_FormatId(line, sizeof(line), id);
+  LOG_Info(line);
+
+  FlashParams p;
+  PROJECT_GetFlashParams(&p);
+  std::memcpy(p.abID, id, sizeof(p.abID));
+  PROJECT_SetFlashParams(&p);
+
+  const uint32_t word = id[0] | (uint32_t(id[1]) << 8) | (uint32_t(id[2]) << 16);
+  const int index = FLASHDB_FindById(word);
+  if (index < 0) {
+    const char* text = "Failed to auto-detect SPI Flash.";
+    LOG_ReportError(text);
+    LOG_Info(text);
+    return -1;
+  }
+  const FlashChipEntry& e = FLASHDB_ChipTable[index];
+  UTIL_snprintf(line, sizeof(line), "Found SPI Flash: %s %s", e.Manufacturer, e.Part);
+  LOG_Info(line);
+  FLASHDB_SelectChip(index);
+  return 0;
+}

@@ -1,0 +1,77 @@
+// Built-in table of SPI NOR flash chips, lookup by JEDEC ID, applying a chip
+// to the project's FlashParams, and detection of the connected chip.
+#pragma once
+#include <cstdint>
+#include "flash/flashparams.h"
+
+// One chip of the table.
+//   Id:       bits 0-7 manufacturer, 8-15 memory type, 16-23 capacity byte;
+//             bits 24-31 flags: bit 0 = ignore the memory-type byte when
+//             matching, bits 1-5 = PageSizeShift.
+//   Geometry: bits 0-4 SectorSizeShift, 5-9 log2 of the chip size in bytes,
+//             10-13 ChipClass, 14-16 4-byte address type.
+//   Commands: the 15 bytes CmdWriteEnable..StatusBitPos of FlashParams.
+// The table ends with an entry whose Manufacturer is null.
+struct FlashChipEntry {
+  uint32_t       Id;
+  uint32_t       Geometry;
+  const uint8_t* Commands;
+  const char*    Manufacturer;
+  const char*    Part;
+};
+
+constexpr int FLASHDB_NUM_CMD_BYTES = 15;
+
+// Field accessors for an entry.
+constexpr uint32_t FLASHDB_ID_MATCH_MFR_CAP = 1u << 24;
+inline uint32_t FLASHDB_EntryPageSizeShift(const FlashChipEntry& e) { return (e.Id >> 25) & 0x1F; }
+inline uint32_t FLASHDB_EntrySectorSizeShift(const FlashChipEntry& e) { return e.Geometry & 0x1F; }
+inline uint32_t FLASHDB_EntrySizeShift(const FlashChipEntry& e) { return (e.Geometry >> 5) & 0x1F; }
+inline uint32_t FLASHDB_EntryChipClass(const FlashChipEntry& e) { return (e.Geometry >> 10) & 0x0F; }
+inline uint32_t FLASHDB_Entry4ByteType(const FlashChipEntry& e) { return (e.Geometry >> 14) & 0x07; }
+
+// The table data (flash/chiptable.cpp).
+extern const FlashChipEntry FLASHDB_ChipTable[];      // terminated by a null Manufacturer
+extern const uint8_t FLASHDB_CommandSets[5][FLASHDB_NUM_CMD_BYTES];
+// What a 4-byte address type does to FlashParams once the command set is
+// copied; a negative field leaves the value of the command set.
+struct Flash4ByteType {
+  int16_t NumAddrBytes;
+  int16_t Dedicated4BAddrMode;
+  int16_t CmdEnter4ByteMode;
+  int16_t CmdExit4ByteMode;
+  int16_t CmdReadData;
+  int16_t CmdWritePage;
+  int16_t CmdEraseSector;
+};
+extern const Flash4ByteType FLASHDB_4ByteTypes[4];
+
+// Number of entries before the terminator.
+int FLASHDB_GetNumEntries(void);
+// Index of the first entry matching the ID word (bytes 0-2 = the three ID
+// bytes), or -1.
+int FLASHDB_FindById(uint32_t id);
+// Copies entry `index` to *out: 0, or -1 when out is null or index is out of range.
+int FLASHDB_GetEntry(int index, FlashChipEntry* out);
+// Applies entry `index` to the project's FlashParams and makes it the current
+// chip. A negative index clears the current chip and returns -1.
+int FLASHDB_SelectChip(int index);
+// Applies entry `index` to *params (no project involved); 0 or -1.
+int FLASHDB_ApplyEntry(int index, FlashParams* params);
+int FLASHDB_GetCurrentIndex(void);
+// Geometry of the project's FlashParams.
+uint32_t FLASHDB_GetNumSectors(void);
+void FLASHDB_GetSectorInfo(uint32_t sector, uint32_t* start, uint32_t* size);
+
+// Reads the chip's ID (0x9F, 13 bytes) and drops the 0x7F continuation
+// codes: id[0..2] are the manufacturer, memory type and capacity bytes.
+void FLASHDB_ReadId(uint8_t id[13]);
+// In-place 0x7F compaction of a 13-byte answer (the part of FLASHDB_ReadId
+// that needs no probe).
+void FLASHDB_CompactId(uint8_t id[13]);
+// "Read SPI Flash Id = 0xC2 20 18" for the first three bytes.
+void FLASHDB_FormatId(char* buffer, int size, const uint8_t* id);
+
+// Reads the ID, stores it in abID and selects the matching chip.
+// 0 when a chip was identified, -1 when not. The probe must be open.
+int FLASH_DetectChip(void);
