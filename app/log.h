@@ -20,11 +20,10 @@ void LOG_InfoDetail(const char* text);
 void LOG_OutLine(const char* text);
 void LOG_OutPart(const char* text);
 void LOG_EndLine(void);
-// The verbosity-gated message path (shown when the begin-line depth test passes).
+// The verbosity-gated message path (shown as an indented line when the
+// begin-line depth test passes; one trailing line feed of `text` is taken as
+// the line end). The banner lines and command-line parser messages use it.
 void LOG_Message(const char* text);
-
-// Banner lines (shown under the begin-line rule).
-void LOG_PrintBanner(void);
 
 // State.
 void     LOG_SetVerbosity(int32_t verbosity);
@@ -35,6 +34,7 @@ const char* LOG_GetErrorText(void);
 int  LOG_HasError(void);                    // an error was reported in the current top-level op
 
 // Abort request (raised by Ctrl-C); long loops such as sequences poll it.
+// The handler is one-shot: a second Ctrl-C ends the program as usual.
 void LOG_InstallAbortHandler(void);
 int  LOG_AbortRequested(void);
 void LOG_ClearAbort(void);

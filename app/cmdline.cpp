@@ -1,0 +1,668 @@
+// The command line walk. Options are carried out the moment they are
+// recognised; a syntax error stops the walk at once, after every option
+// before it has already run.
+#include "app/cmdline.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "app/app.h"
+#include "app/log.h"
+#include "dataimage/memimage.h"
+#include "flash/flash.h"
+#include "project/project.h"
+#include "util/util.h"
+
+namespace {
+
+constexpr int kPathSize = 512;
+constexpr int kErrorSize = 256;
+constexpr int kExtSize = 256;
+
+// ---- Program-wide state set by the options ----
+char dataFilePath[kPathSize];   // -open / -saveas; -save writes here
+char projectPath[kPathSize];    // -openprj
+char extension[kExtSize];       // of the path just taken
+bool StringError = false;
+char* PellamLogPath = nullptr;
+bool PellamLogEnabled = false;
+char* TarloLogPath = nullptr;
+bool TarloLogEnabled = false;
+ConnectionChoice ConnectionOverride;
+bool ConnectionOverrideSet = false;
+
+// One walk over the arguments.
+struct Walk {
+  int argc;
+  char** argv;
+  int argIndex;                 // the argument being looked at
+  const char* cursor;           // parse position inside it
+  char parseError[kErrorSize];  // the number parser's complaint; non-empty means error
+
+  bool HasNext() const { return argIndex + 1 < argc; }
+  const char* TakeNext() { return argv[++argIndex]; }
+  bool Failed() const { return parseError[0] != '\0'; }
+};
+
+constexpr bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+constexpr bool IsAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+constexpr int HexValue(char c) {
+  if (IsDigit(c)) return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+const char* SkipSpace(const char* c) {
+  while (IsSpace(*c)) c++;
+  return c;
+}
+
+// The extension with its dot, taken after the last path separator.
+void GetExtension(const char* path) {
+  const char* slash = std::strrchr(path, '/');
+  const char* dot = std::strrchr(slash != nullptr ? slash : path, '.');
+  UTIL_strcpy(extension, dot != nullptr ? dot : "", sizeof extension);
+}
+
+bool ExtensionIs(const char* ext) { return UTIL_stricmp(extension, ext) == 0; }
+
+// The file name of an option taking one: the next argument (copied whole,
+// no quote handling) when the option stands alone, else the glued rest read
+// with CMDLINE_GetString. 1 separate form, 0 glued form, -1 no usable name.
+int TakeFileName(Walk& w, const char* arg, size_t nameLength, char* name) {
+  if (arg[nameLength] == '\0') {
+    if (!w.HasNext()) return -1;
+    UTIL_strcpy(name, w.TakeNext(), kPathSize);
+    return 1;
+  }
+  w.cursor = arg + nameLength;
+  return CMDLINE_GetString(&w.cursor, name, kPathSize) == 0 ? 0 : -1;
+}
+
+// The value of an option taking a number or range: the next argument when
+// the option stands alone, else the glued rest. Null when there is none.
+const char* TakeValue(Walk& w, const char* arg, size_t nameLength) {
+  if (arg[nameLength] != '\0') return SkipSpace(arg + nameLength);
+  return w.HasNext() ? w.TakeNext() : nullptr;
+}
+
+// The separate-argument range form: two numbers separated by white space or
+// a single '-'. False with the complaint in parseError.
+bool ParseSeparateRange(Walk& w, const char* text, uint32_t* start, uint32_t* end) {
+  const char* c = text;
+  *start = CMDLINE_GetNumber(&c, w.parseError);
+  if (w.Failed()) return false;
+  c = SkipSpace(c);
+  if (*c == '-') c++;
+  *end = CMDLINE_GetNumber(&c, w.parseError);
+  return !w.Failed();
+}
+
+// A save covers the whole current image unless a range is given.
+void DefaultSaveRange(uint32_t* start, uint32_t* end) {
+  MemImage* image = APP_GetCurrentImage();
+  *start = image != nullptr ? MEMIMAGE_GetFirstAddrLocked(image) : 0;
+  *end = image != nullptr ? MEMIMAGE_GetLastAddrLocked(image) : 0;
+}
+
+bool NextIsRange(const Walk& w) { return w.HasNext() && w.argv[w.argIndex + 1][0] != '-'; }
+
+char* CopyText(const char* text) {
+  const size_t n = std::strlen(text) + 1;
+  char* copy = static_cast<char*>(std::malloc(n));
+  if (copy != nullptr) std::memcpy(copy, text, n);
+  return copy;
+}
+
+void SetOverride(const ConnectionChoice& choice) {
+  ConnectionOverride = choice;
+  ConnectionOverrideSet = true;
+  SPI_SetConnectionOverride(&ConnectionOverride);
+}
+
+// ---- Options; each returns 0, or -1 after reporting a syntax error ----
+
+int OptOpenProject(Walk& w, const char* arg, size_t n) {
+  char name[kPathSize];
+  if (TakeFileName(w, arg, n, name) < 0) {
+    LOG_Error("Missing command line parameter after option \"-openprj\".\n");
+    return -1;
+  }
+  GetExtension(name);
+  if (!ExtensionIs(".pellam")) {
+    LOG_Error("Wrong file extension after option \"-openprj\".\n");
+    return -1;
+  }
+  UTIL_strcpy(projectPath, name, sizeof projectPath);
+  DATAFILE_Open(projectPath, 0);
+  return 0;
+}
+
+int OptOpen(Walk& w, const char* arg, size_t n) {
+  char name[kPathSize];
+  const int form = TakeFileName(w, arg, n, name);
+  if (form < 0) {
+    LOG_Error("Missing command line parameter after option \"-open\".\n");
+    return -1;
+  }
+  UTIL_strcpy(dataFilePath, name, sizeof dataFilePath);
+  GetExtension(dataFilePath);
+  uint32_t base = 0;
+  if (ExtensionIs(".bin")) {
+    const bool glued = form == 0;
+    const char* text = nullptr;
+    if (glued && *w.cursor == ',') text = w.cursor + 1;
+    if (!glued && w.HasNext()) text = w.TakeNext();
+    if (text == nullptr) {
+      LOG_Error("Missing command line parameter after data file path.\n");
+      return -1;
+    }
+    base = CMDLINE_GetNumber(&text, w.parseError);
+    if (w.Failed() && glued) {
+      LOG_Error("%s after ',' for option \"-open\".\n", w.parseError);
+      return -1;
+    }
+    if (w.Failed()) {
+      LOG_Error("%s after option \"-open\".\n", w.parseError);
+      return -1;
+    }
+  }
+  DATAFILE_Open(dataFilePath, static_cast<int32_t>(base));
+  return 0;
+}
+
+int OptSaveAs(Walk& w, const char* arg, size_t n) {
+  char name[kPathSize];
+  const int form = TakeFileName(w, arg, n, name);
+  if (form < 0) {
+    LOG_Error("Missing command line parameter after option \"-saveas\".\n");
+    return -1;
+  }
+  UTIL_strcpy(dataFilePath, name, sizeof dataFilePath);
+  GetExtension(dataFilePath);
+  uint32_t start, end;
+  DefaultSaveRange(&start, &end);
+  if (form == 0 && ExtensionIs(".bin")) {
+    const char* c = w.cursor;
+    if (*c != ',') {
+      LOG_Error("Missing command line parameter after data file path.\n");
+      return -1;
+    }
+    c++;
+    start = CMDLINE_GetNumber(&c, w.parseError);
+    if (w.Failed()) {
+      LOG_Error("%s as SADDR for option \"-saveas\".\n", w.parseError);
+      return -1;
+    }
+    c = SkipSpace(c);
+    if (*c != ',') {
+      LOG_Error("Missing second ',' after SADDR.\n");
+      return -1;
+    }
+    c++;
+    end = CMDLINE_GetNumber(&c, w.parseError);
+    if (w.Failed()) {
+      LOG_Error("%s as EADDR for option \"-saveas\".\n", w.parseError);
+      return -1;
+    }
+  } else if (form == 1 && (ExtensionIs(".bin") || ExtensionIs(".c")) && NextIsRange(w)) {
+    if (!ParseSeparateRange(w, w.TakeNext(), &start, &end)) {
+      LOG_Error("%s after option \"-saveas\".\n", w.parseError);
+      return -1;
+    }
+  }
+  DATAFILE_Save(APP_GetCurrentImage(), dataFilePath, static_cast<int32_t>(start),
+                static_cast<int32_t>(end));
+  return 0;
+}
+
+int OptSave(Walk& w, const char* arg, size_t n) {
+  uint32_t start, end;
+  DefaultSaveRange(&start, &end);
+  if (dataFilePath[0] == '\0') {
+    LOG_Error("No data file opened to save to.\n");
+    return -1;
+  }
+  GetExtension(dataFilePath);
+  if (ExtensionIs(".bin") || ExtensionIs(".c")) {
+    if (arg[n] != '\0') {
+      const char* c = SkipSpace(arg + n);
+      if (*c != '\0') {
+        start = CMDLINE_GetNumber(&c, w.parseError);
+        if (w.Failed()) {
+          LOG_Error("%s after option \"-save\".\n", w.parseError);
+          return -1;
+        }
+        c = SkipSpace(c);
+        if (*c != ',') {
+          LOG_Error("Unknown symbol after first address.\n");
+          return -1;
+        }
+        c++;
+        end = CMDLINE_GetNumber(&c, w.parseError);
+        if (w.Failed()) {
+          LOG_Error("%s after ',' for option \"-save\".\n", w.parseError);
+          return -1;
+        }
+      }
+    } else if (NextIsRange(w)) {
+      uint32_t s, e;
+      if (!ParseSeparateRange(w, w.argv[w.argIndex + 1], &s, &e)) {
+        LOG_Error("%s after option \"-save\".\n", w.parseError);
+        return -1;
+      }
+      w.argIndex++;
+      start = s;
+      end = e;
+    }
+  }
+  DATAFILE_Save(APP_GetCurrentImage(), dataFilePath, static_cast<int32_t>(start),
+                static_cast<int32_t>(end));
+  return 0;
+}
+
+// Replaces an owned path; the flag stays clear when the copy fails.
+void StorePath(char** path, bool* enabled, const char* name) {
+  std::free(*path);
+  *path = CopyText(name);
+  *enabled = *path != nullptr;
+}
+
+int OptPellamLog(Walk& w, const char* arg, size_t n) {
+  char name[kPathSize];
+  if (TakeFileName(w, arg, n, name) < 0) {
+    LOG_Error("Missing command line parameter after option \"-pellamlog\".\n");
+    return -1;
+  }
+  StorePath(&PellamLogPath, &PellamLogEnabled, name);
+  if (PellamLogEnabled) {
+    // The file is only created; the operation log stays on the console.
+    const int fd = ::open(PellamLogPath, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (fd >= 0) ::close(fd);
+  }
+  return 0;
+}
+
+int OptTarloLog(Walk& w, const char* arg, size_t n) {
+  char name[kPathSize];
+  if (TakeFileName(w, arg, n, name) < 0) {
+    LOG_Error("Missing command line parameter after option \"-tarlolog\".\n");
+    return -1;
+  }
+  StorePath(&TarloLogPath, &TarloLogEnabled, name);
+  SPI_SetTarloLogPath(TarloLogEnabled ? TarloLogPath : nullptr);
+  return 0;
+}
+
+int OptConnect(Walk&, const char*, size_t) {
+  SPI_Connect();
+  return 0;
+}
+
+int OptDisconnect(Walk&, const char*, size_t) {
+  SPI_Disconnect();
+  return 0;
+}
+
+int OptEraseSectors(Walk&, const char*, size_t) {
+  FLASH_EraseSelectedSectors();
+  return 0;
+}
+
+int OptEraseChip(Walk&, const char*, size_t) {
+  FLASH_EraseChip();
+  return 0;
+}
+
+int OptProgram(Walk&, const char*, size_t) {
+  FLASH_Program(APP_GetCurrentImage());
+  return 0;
+}
+
+int OptProgramVerify(Walk&, const char*, size_t) {
+  FLASH_ProgramVerify(APP_GetCurrentImage());
+  return 0;
+}
+
+int OptAuto(Walk&, const char*, size_t) {
+  FLASH_Auto(APP_GetCurrentImage());
+  return 0;
+}
+
+int OptVerify(Walk&, const char*, size_t) {
+  FLASH_Verify(APP_GetCurrentImage());
+  return 0;
+}
+
+int OptReadRange(Walk& w, const char* arg, size_t n) {
+  uint32_t start = 0, end = 0;
+  if (arg[n] == '\0') {
+    if (!w.HasNext()) {
+      LOG_Error("Missing command line parameter after option \"-readrange\".\n");
+      return -1;
+    }
+    if (!ParseSeparateRange(w, w.TakeNext(), &start, &end)) {
+      LOG_Error("%s after option \"-readrange\".\n", w.parseError);
+      return -1;
+    }
+  } else {
+    const char* c = arg + n;
+    start = CMDLINE_GetNumber(&c, w.parseError);
+    if (w.Failed()) {
+      LOG_Error("%s after option \"-readrange\".\n", w.parseError);
+      return -1;
+    }
+    c = SkipSpace(c);
+    if (*c != ',') {
+      LOG_Error("Missing ',' after first address.\n");
+      return -1;
+    }
+    c = SkipSpace(c + 1);
+    if (*c == '\0') {
+      LOG_Error("Missing end address after ','.\n");
+      return -1;
+    }
+    end = CMDLINE_GetNumber(&c, w.parseError);
+    if (w.Failed()) {
+      LOG_Error("%s as second address parameter after option \"-readrange\".\n", w.parseError);
+      return -1;
+    }
+  }
+  // Even a failed read replaces the image: afterwards there is none.
+  APP_SetCurrentImage(FLASH_ReadRange(start, end));
+  return 0;
+}
+
+int OptReadChip(Walk&, const char*, size_t) {
+  APP_SetCurrentImage(FLASH_ReadChip());
+  return 0;
+}
+
+int OptSelect(Walk& w, const char*, size_t) {
+  if (!w.HasNext()) {
+    LOG_Error("Missing command line parameter after option \"-select\".\n");
+    return -1;
+  }
+  const char* c = w.TakeNext();
+  ConnectionChoice choice = {};
+  if (CMDLINE_IsKeyword(&c, "USB")) {
+    choice.mode = 1;
+    c = SkipSpace(c);
+    if (*c == '=') c++;
+    c = SkipSpace(c);
+    if (*c != '\0') {
+      choice.serialOrIndex = CMDLINE_GetNumber(&c, w.parseError);
+      if (w.Failed()) {
+        LOG_Error("%s after option \"-select USB=\".\n", w.parseError);
+        return -1;
+      }
+    }
+  } else if (CMDLINE_IsKeyword(&c, "IP")) {
+    choice.mode = 2;
+    c = SkipSpace(c);
+    if (*c == '=') {
+      c = SkipSpace(c + 1);
+      UTIL_strcpy(choice.hostName, *c != '\0' ? c : "localhost", sizeof choice.hostName);
+    }
+  } else {
+    LOG_Error("Invalid value for option \"-select\" found.\n");
+    return -1;
+  }
+  // The project's connection block goes back unchanged: the choice lives
+  // only as the override of this run.
+  ProjectGeneral general;
+  PROJECT_GetGeneral(&general);
+  PROJECT_SetGeneral(&general);
+  SetOverride(choice);
+  return 0;
+}
+
+// -usb reads "0x" and "0X" alike; a bad number is taken as 0.
+uint32_t ParseUsbNumber(const char* c) {
+  c = SkipSpace(c);
+  uint32_t value = 0;
+  if (c[0] == '0' && (c[1] == 'x' || c[1] == 'X')) {
+    for (c += 2; HexValue(*c) >= 0; c++) value = value * 16 + static_cast<uint32_t>(HexValue(*c));
+  } else {
+    for (; IsDigit(*c); c++) value = value * 10 + static_cast<uint32_t>(*c - '0');
+  }
+  return value;
+}
+
+int OptUsb(Walk&, const char* arg, size_t n) {
+  ConnectionChoice choice = {};
+  choice.serialOrIndex = ParseUsbNumber(arg + n);
+  // Small numbers are probe indices, larger ones serial numbers.
+  choice.mode = choice.serialOrIndex <= 3 ? 0 : 1;
+  SetOverride(choice);
+  return 0;
+}
+
+int OptIp(Walk&, const char* arg, size_t n) {
+  ConnectionChoice choice = {};
+  choice.mode = 2;
+  UTIL_strcpy(choice.hostName, SkipSpace(arg + n), sizeof choice.hostName);
+  SetOverride(choice);
+  return 0;
+}
+
+int OptSpeed(Walk& w, const char* arg, size_t n) {
+  const char* c = TakeValue(w, arg, n);
+  if (c == nullptr) {
+    LOG_Error("Missing command line parameter after option \"-speed\".\n");
+    return -1;
+  }
+  const uint32_t speed = CMDLINE_GetNumber(&c, w.parseError);
+  if (w.Failed()) {
+    LOG_Error("%s after option \"-speed\".\n", w.parseError);
+    return -1;
+  }
+  // The sequence record is large; it holds the interface speed.
+  std::unique_ptr<ProjectSequences> block(new (std::nothrow) ProjectSequences);
+  if (block == nullptr) {
+    LOG_Error("Out of memory");
+    return 0;
+  }
+  PROJECT_GetSequences(block.get());
+  block->Speed0 = speed;
+  PROJECT_SetSequences(block.get());
+  return 0;
+}
+
+int OptVerbose(Walk& w, const char* arg, size_t n) {
+  const char* c = TakeValue(w, arg, n);
+  if (c == nullptr) {
+    LOG_Error("Missing command line parameter after option \"-verbose\".\n");
+    return -1;
+  }
+  const uint32_t level = CMDLINE_GetNumber(&c, w.parseError);
+  if (w.Failed()) {
+    LOG_Error("%s after option \"-verbose\".\n", w.parseError);
+    return -1;
+  }
+  LOG_SetVerbosity(static_cast<int32_t>(level < 9 ? level : 9));
+  return 0;
+}
+
+int OptHelp(Walk&, const char*, size_t) {
+  CMDLINE_PrintHelp();
+  return 0;
+}
+
+enum class Match { Prefix, Whole };
+
+struct Option {
+  const char* name;
+  Match match;
+  int (*run)(Walk& w, const char* arg, size_t nameLength);
+};
+
+// Tried in this order: longer names sharing a prefix come first.
+constexpr Option kOptions[] = {
+    {"-openprj", Match::Prefix, OptOpenProject},
+    {"-open", Match::Prefix, OptOpen},
+    {"-saveas", Match::Prefix, OptSaveAs},
+    {"-save", Match::Prefix, OptSave},
+    {"-pellamlog", Match::Prefix, OptPellamLog},
+    {"-tarlolog", Match::Prefix, OptTarloLog},
+    {"-connect", Match::Whole, OptConnect},
+    {"-disconnect", Match::Whole, OptDisconnect},
+    {"-erasesectors", Match::Whole, OptEraseSectors},
+    {"-erasechip", Match::Whole, OptEraseChip},
+    {"-program", Match::Whole, OptProgram},
+    {"-programverify", Match::Whole, OptProgramVerify},
+    {"-auto", Match::Whole, OptAuto},
+    {"-verify", Match::Whole, OptVerify},
+    {"-readrange", Match::Prefix, OptReadRange},
+    {"-readchip", Match::Whole, OptReadChip},
+    {"-select", Match::Whole, OptSelect},
+    {"-usb", Match::Prefix, OptUsb},
+    {"-ip", Match::Prefix, OptIp},
+    {"-speed", Match::Prefix, OptSpeed},
+    {"-verbose", Match::Prefix, OptVerbose},
+    {"-help", Match::Whole, OptHelp},
+    {"-?", Match::Whole, OptHelp},
+    {"?", Match::Whole, OptHelp},
+};
+
+const Option* FindOption(const char* arg) {
+  for (const Option& option : kOptions) {
+    const int length = static_cast<int>(std::strlen(option.name));
+    const bool matches = option.match == Match::Prefix
+                             ? UTIL_strnicmp(arg, option.name, length) == 0
+                             : UTIL_stricmp(arg, option.name) == 0;
+    if (matches) return &option;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+int CMDLINE_GetString(const char** cursor, char* buffer, int bufferSize) {
+  if (buffer == nullptr || bufferSize <= 0) return 0;
+  const char* c = SkipSpace(*cursor);
+  bool quoted = false;
+  if (*c == '"') {
+    quoted = true;
+    c++;
+  }
+  // The limit is counted from both ends, so only half the buffer is usable.
+  int count = 1;
+  int budget = bufferSize - 1;
+  int length = 0;
+  for (;;) {
+    const char ch = *c;
+    if (ch == '\0' || ch == '\r' || ch == '\n' || (ch == ',' && !quoted)) break;
+    if (ch == '"') {
+      c++;
+      break;
+    }
+    if (count > budget) {
+      buffer[length] = '\0';
+      *cursor = c;
+      LOG_Message("CMDLINE_GetString: String to long");
+      StringError = true;
+      return -1;
+    }
+    buffer[length++] = ch;
+    c++;
+    count++;
+    budget--;
+  }
+  buffer[length] = '\0';
+  *cursor = SkipSpace(c);
+  if (length == 0) {
+    LOG_Message("CMDLINE_GetString:  Missing string");
+    StringError = true;
+    return -1;
+  }
+  return 0;
+}
+
+uint32_t CMDLINE_GetNumber(const char** cursor, char* errorText) {
+  const char* c = SkipSpace(*cursor);
+  uint32_t value = 0;
+  const char* complaint = nullptr;
+  // Only a lower-case "0x" starts a hexadecimal number.
+  if (c[0] == '0' && c[1] == 'x') {
+    c += 2;
+    if (HexValue(*c) < 0) complaint = "Expected a hexadecimal digit (0-9, A-F) after hex specified \"0x\"";
+    for (; HexValue(*c) >= 0; c++) value = value * 16 + static_cast<uint32_t>(HexValue(*c));
+  } else {
+    if (!IsDigit(*c)) complaint = "Expected an decimal digit (0-9)";
+    for (; IsDigit(*c); c++) value = value * 10 + static_cast<uint32_t>(*c - '0');
+  }
+  *cursor = c;
+  if (complaint != nullptr) {
+    if (errorText != nullptr) UTIL_strcpy(errorText, complaint, kErrorSize);
+    return 0;
+  }
+  return value;
+}
+
+int CMDLINE_IsKeyword(const char** cursor, const char* keyword) {
+  const char* c = SkipSpace(*cursor);
+  *cursor = c;
+  const int length = static_cast<int>(std::strlen(keyword));
+  if (UTIL_strnicmp(c, keyword, length) != 0) return 0;
+  const char next = c[length];
+  if (IsAlpha(next) || IsDigit(next) || next == '_') return 0;
+  *cursor = c + length;
+  return 1;
+}
+
+void CMDLINE_PrintHelp(void) {
+  LOG_Printf("Available commands:\n");
+  LOG_Printf(" -open<fname>[<saddr>]               Open data file\n");
+  LOG_Printf(" -openprj<fname>                     Open an existing project\n");
+  LOG_Printf(" -save[<saddr>,<eaddr>]              Save data file\n");
+  LOG_Printf(" -saveas<fname>[,<saddr>,<eaddr>]    Save data in a different file\n");
+  LOG_Printf(" -connect                            Connect to target\n");
+  LOG_Printf(" -disconnect                         Disconnect from target\n");
+  LOG_Printf(" -erasesectors                       Erase all sectors\n");
+  LOG_Printf(" -erasechip                          Erase entire chip\n");
+  LOG_Printf(" -program                            Program target\n");
+  LOG_Printf(" -programverify                      Program and verify target\n");
+  LOG_Printf(" -auto                               Erase, program and verify target\n");
+  LOG_Printf(" -verify                             Verify target program\n");
+  LOG_Printf(" -readrange[<saddr>,<eaddr>]         Read specified range\n");
+  LOG_Printf(" -readchip                           Read entire chip\n");
+  LOG_Printf(" -usb<SerialNumber>                  Select connection via USB\n");
+  LOG_Printf(" -ip<hostname>                       Select connection via TCP/IP\n");
+  LOG_Printf(" -speed<speed>                       Set interface speed\n");
+  LOG_Printf(" -pellamlog<fname>                   Set a temporary Pellam log file\n");
+  LOG_Printf(" -tarlolog<fname>                    Set a temporary Tarlo log file\n");
+  LOG_Printf(" -verbose<level>                     Set verbosity level\n");
+  LOG_Printf(" -help                               Show list of commands\n");
+  LOG_Printf(" -?                                  Show list of commands\n");
+}
+
+int CMDLINE_HadStringError(void) { return StringError ? 1 : 0; }
+
+int CMDLINE_Execute(int argc, char** argv) {
+  if (argc < 2) {
+    CMDLINE_PrintHelp();
+    return 0;
+  }
+  Walk w = {};
+  w.argc = argc;
+  w.argv = argv;
+  for (w.argIndex = 1; w.argIndex < argc; w.argIndex++) {
+    const char* arg = argv[w.argIndex];
+    w.parseError[0] = '\0';
+    const Option* option = FindOption(arg);
+    if (option == nullptr) {
+      LOG_Warning("Unknown command line parameter %s found.", arg);
+      continue;
+    }
+    if (option->run(w, arg, std::strlen(option->name)) < 0) return -1;
+  }
+  return 0;
+}

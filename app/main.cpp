@@ -1,0 +1,16 @@
+// Start-up, the walk over the command line, shutdown.
+#include "app/app.h"
+#include "app/cmdline.h"
+#include "app/log.h"
+#include "sys/sys.h"
+
+int main(int argc, char** argv) {
+  SYS_Init(0);
+  APP_Init();
+  const int walk = CMDLINE_Execute(argc, argv);
+  // Taken before shutdown, whose own messages must not change the outcome.
+  const int status = walk < 0 ? -1 : (LOG_GetErrorCount() != 0 ? 1 : 0);
+  APP_Exit();
+  SYS_Exit();
+  return status;
+}
