@@ -1,12 +1,589 @@
-// User-level flash operations behind the command-line actions.
-#include "flash/flash.h"
-#include "dataimage/memimage.h"
+// User-level flash operations behind the command-line actions. Each public
+// FLASH_ function is one top-level operation of the operation log; it
+// connects by itself and uses the SPI command layer for the bus traffic.
+#include "flash/operations.h"
 
-int FLASH_EraseChip(void) { return 1; }
-int FLASH_EraseSelectedSectors(void) { return 1; }
-int FLASH_Program(MemImage*) { return 1; }
-int FLASH_Verify(MemImage*) { return 1; }
-int FLASH_ProgramVerify(MemImage*) { return 1; }
-int FLASH_Auto(MemImage*) { return 1; }
-MemImage* FLASH_ReadRange(uint32_t, uint32_t) { return nullptr; }
-MemImage* FLASH_ReadChip(void) { return nullptr; }
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "app/log.h"
+#include "dataimage/memimage.h"
+#include "flash/flash.h"
+#include "flash/seq/seq.h"
+#include "flash/spicmd.h"
+#include "probe/tarlo_abi.h"
+#include "project/project.h"
+#include "util/util.h"
+
+namespace {
+
+constexpr uint32_t kProgramBufferSize = 0x80000;
+constexpr uint32_t kProgramPiece = 0x10000;
+constexpr uint32_t kVerifyPiece = 0x20000;
+// Small holes between ranges are read along with the data when verifying:
+// one longer transaction costs less than a new command header.
+constexpr uint32_t kVerifyMaxGap = 0x100;
+
+constexpr uint16_t kRateProgram = 90;
+constexpr uint16_t kRateErase = 80;
+constexpr uint16_t kRateVerify = 100;
+
+const char* Plural(uint32_t n) { return n == 1 ? "" : "s"; }
+
+template <typename T>
+std::unique_ptr<T[]> TryAlloc(size_t n) {
+  return std::unique_ptr<T[]>(new (std::nothrow) T[n]);
+}
+
+struct ImageDeleter {
+  void operator()(MemImage* image) const { MEMIMAGE_Delete(image); }
+};
+using ImagePtr = std::unique_ptr<MemImage, ImageDeleter>;
+
+FlashParams ProjectParams() {
+  FlashParams fp{};
+  PROJECT_GetFlashParams(&fp);
+  return fp;
+}
+
+uint32_t SectorShift(const FlashParams& fp) { return std::min<uint32_t>(fp.SectorSizeShift, 31); }
+
+uint32_t NumSectors(const FlashParams& fp) {
+  return (uint32_t)std::min<uint64_t>(FLASHPARAMS_NumSectors(fp), 0xFFFFFFFFu);
+}
+
+// The probe's activity indicator, taken over for the life of the object.
+class Indicator {
+ public:
+  explicit Indicator(uint16_t rate) {
+    const TARLO_INDICATOR_STATE on{0, 1, 0, rate};
+    TARLOARM_INDICATORS_SetState(1, &on);
+  }
+  ~Indicator() {
+    const TARLO_INDICATOR_STATE off{0, 0, 0, 0};
+    TARLOARM_INDICATORS_SetState(1, &off);
+  }
+  Indicator(const Indicator&) = delete;
+  Indicator& operator=(const Indicator&) = delete;
+};
+
+void Info(const char* format, auto... args) {
+  char text[1024];
+  UTIL_snprintf(text, sizeof text, format, args...);
+  LOG_Info(text);
+}
+
+void ReportError(const char* format, auto... args) {
+  char text[1024];
+  UTIL_snprintf(text, sizeof text, format, args...);
+  LOG_ReportError(text);
+}
+
+struct OpTexts {
+  const char* success;
+  const char* failure;
+  const char* notConnected;
+  const char* noData;   // null: the operation needs no data image
+};
+
+// Work results: done (the log decides), or failed with the failure text
+// already replaced by a more precise report.
+enum WorkResult { kWorkDone = 0, kWorkQuietFail = 1 };
+
+// The frame every operation shares: begin, data and connection checks, the
+// work, the result line. Top-level operations show the duration. Returns 0
+// when no error was reported in the operation.
+template <typename Work>
+int RunOp(bool topLevel, const char* beginText, const OpTexts& t, bool hasImage, Work&& work) {
+  LOG_BeginOp(beginText);
+  if (t.noData && !hasImage) {
+    LOG_ReportError(t.noData);
+    LOG_Pop();
+    return 1;
+  }
+  if (SPI_Connect() != 0) {
+    LOG_ReportError(t.notConnected);
+    LOG_Pop();
+    return 1;
+  }
+  const int r = work();
+  const bool failed = LOG_HasError() != 0;
+  if (!failed) {
+    if (topLevel) {
+      LOG_EndOpTimed(t.success);
+      LOG_Pop();
+    } else {
+      LOG_EndOp(t.success);
+    }
+    return 0;
+  }
+  if (r != kWorkQuietFail) LOG_ReportError(t.failure);
+  LOG_Pop();
+  return 1;
+}
+
+// "Target memory read successfully. (%d bytes, %d range%s)" for an image.
+void FormatReadSuccess(char* text, int size, MemImage* image) {
+  const uint32_t ranges = MEMIMAGE_GetNumRanges(image);
+  UTIL_snprintf(text, size, "Target memory read successfully. (%d bytes, %d range%s)",
+                (int)MEMIMAGE_GetNumBytesLocked(image), (int)ranges, Plural(ranges));
+}
+
+void FormatImageBegin(char* text, int size, const char* format, MemImage* image) {
+  const uint32_t ranges = image ? MEMIMAGE_GetNumRanges(image) : 0;
+  const uint32_t bytes = image ? MEMIMAGE_GetNumBytesLocked(image) : 0;
+  UTIL_snprintf(text, size, format, (int)bytes, (int)ranges, Plural(ranges));
+}
+
+// Fit check; reports itself. 0 fits.
+int CheckFit(MemImage* image) {
+  if (!image) {
+    LOG_ReportError("Could not program target, no data file opened");
+    return 1;
+  }
+  uint32_t first = 0, last = 0;
+  const int r = FLASHOPS_CheckFit(image, FLASHPARAMS_ChipSize(ProjectParams()), &first, &last);
+  if (r < 0) {
+    ReportError("Failed to allocate %d bytes of memory", (int)sizeof(MemImage));
+    return 1;
+  }
+  if (r > 0) {
+    ReportError("Program (0x%X - 0x%X) does not fit into flash chip.", first, last);
+    return 1;
+  }
+  return 0;
+}
+
+// ---- Erase ----
+
+void EraseChipWork() {
+  const FlashParams fp = ProjectParams();
+  if (fp.FlashType == 2) {
+    LOG_Info("Selected memory does not support erase. Skipped.");
+    return;
+  }
+  const uint32_t sectors = NumSectors(fp);
+  const uint64_t size = FLASHPARAMS_ChipSize(fp);
+  char list[512] = "";
+  if (size) FLASHOPS_AppendRange(list, sizeof list, 0, (uint32_t)(size - 1));
+  const uint32_t ranges = size ? 1 : 0;
+  Info("Erasing %d sector%s, %d range%s%s", (int)sectors, Plural(sectors), (int)ranges, Plural(ranges), list);
+  Indicator busy(kRateErase);
+  SPI_EraseChip();
+}
+
+int EraseChipOp(bool topLevel) {
+  static constexpr OpTexts t{"Erase operation completed successfully.", "Failed to erase chip.",
+                             "Could not erase chip, not connected.", nullptr};
+  return RunOp(topLevel, "Erasing chip ...", t, true, [] {
+    EraseChipWork();
+    return kWorkDone;
+  });
+}
+
+// Erases the flagged sectors in ascending order, one run announced at a time.
+void EraseFlagged(const FlashParams& fp, const uint8_t* flags, uint32_t count) {
+  const uint32_t shift = SectorShift(fp);
+  Indicator busy(kRateErase);
+  uint32_t index = 0, first = 0, last = 0;
+  while (!LOG_HasError() && FLASHOPS_NextRun(flags, count, &index, &first, &last)) {
+    const uint32_t a = first << shift;
+    const uint32_t b = ((last + 1) << shift) - 1;
+    if (first == last) {
+      Info("Affected sector %d (0x%X - 0x%X)", (int)first, a, b);
+    } else {
+      Info("Affected sectors %d to %d (0x%X - 0x%X)", (int)first, (int)last, a, b);
+    }
+    for (uint32_t s = first; s <= last && !LOG_HasError(); s++) SPI_EraseSector(s);
+  }
+}
+
+// Erases the sectors flagged (in an array of NumSectors entries) as the
+// nested step of the automatic sequence.
+int EraseAffectedOp(const uint8_t* flags) {
+  static constexpr OpTexts t{"Erase operation completed successfully.", "Failed to erase affected sectors.",
+                             "Could not erase affected sectors, not connected.",
+                             "Could not erase affected sectors, no data file opened."};
+  return RunOp(false, "Erasing affected sectors ...", t, true, [flags] {
+    const FlashParams fp = ProjectParams();
+    if (fp.FlashType == 2) {
+      LOG_Info("Selected memory does not support erase. Skipped.");
+      return kWorkDone;
+    }
+    const uint32_t n = NumSectors(fp);
+    const uint32_t marked = (uint32_t)std::count_if(flags, flags + n, [](uint8_t f) { return f != 0; });
+    const uint32_t runs = FLASHOPS_CountRuns(flags, n);
+    Info("%d of %d sectors affected, %d range%s", (int)marked, (int)n, (int)runs, Plural(runs));
+    EraseFlagged(fp, flags, n);
+    return kWorkDone;
+  });
+}
+
+// ---- Program and verify ----
+
+void ProgramWork(MemImage* image) {
+  auto buffer = TryAlloc<uint8_t>(kProgramBufferSize);
+  if (!buffer) {
+    ReportError("Failed to allocate %d bytes of memory", (int)kProgramBufferSize);
+    return;
+  }
+  const FlashParams fp = ProjectParams();
+  const uint32_t pageShift = std::min<uint32_t>(fp.PageSizeShift, 16);
+  Indicator busy(kRateProgram);
+  if (MEMIMAGE_GetNumRanges(image) == 0) return;
+  const uint32_t last = MEMIMAGE_GetLastAddrLocked(image);
+  uint32_t from = MEMIMAGE_GetFirstAddrLocked(image);
+  while (!LOG_HasError()) {
+    uint32_t start = 0;
+    const int32_t len = MEMIMAGE_GetBlockLockedFill(image, from, last, kProgramPiece, 0xFF, buffer.get(),
+                                                    nullptr, &start, kProgramPiece, pageShift, pageShift);
+    if (len <= 0) break;
+    const uint32_t end = start + (uint32_t)len - 1;
+    Info("Programming range 0x%.8X - 0x%.8X (Bank %d)", start, end, 1);
+    if (SPI_ProgramPages(start, (uint32_t)len, buffer.get()) != 0) break;
+    if (end >= last || end < start) break;
+    from = end + 1;
+  }
+}
+
+void VerifyWork(MemImage* image) {
+  auto data = TryAlloc<uint8_t>(kVerifyPiece);
+  auto mask = TryAlloc<uint8_t>(kVerifyPiece);
+  auto flash = TryAlloc<uint8_t>(kVerifyPiece);
+  if (!data || !mask || !flash) {
+    ReportError("Failed to allocate %d bytes of memory", (int)(3 * kVerifyPiece));
+    return;
+  }
+  const FlashParams fp = ProjectParams();
+  Indicator busy(kRateVerify);
+  if (MEMIMAGE_GetNumRanges(image) == 0) return;
+  const uint32_t last = MEMIMAGE_GetLastAddrLocked(image) | 3u;
+  uint32_t from = MEMIMAGE_GetFirstAddrLocked(image) & ~3u;
+  while (!LOG_HasError()) {
+    uint32_t start = 0;
+    const int32_t len = MEMIMAGE_GetBlockLockedFill(image, from, last, kVerifyMaxGap, 0xFF, data.get(),
+                                                    mask.get(), &start, kVerifyPiece, 2, 2);
+    if (len <= 0) break;
+    Info("Verifying @ address 0x%.8X", start);
+    SPI_ReadBytes(&fp, start, (uint32_t)len, flash.get());
+    if (LOG_HasError()) break;
+    for (int32_t i = 0; i < len; i++) {
+      if (mask[i] && flash[i] != data[i]) {
+        ReportError("Verification failed @ address 0x%.8X (Read: 0x%.2X, Expected: 0x%.2X)",
+                    start + (uint32_t)i, flash[i], data[i]);
+        return;
+      }
+    }
+    const uint32_t end = start + (uint32_t)len - 1;
+    if (end >= last || end < start) break;
+    from = end + 1;
+  }
+}
+
+constexpr OpTexts kProgramTexts{"Target programmed successfully.", "Failed to program target.",
+                                "Could not program target, not connected.",
+                                "Could not program target, no data file opened."};
+constexpr OpTexts kVerifyTexts{"All loaded bytes verified OK!", "Failed to verify target.",
+                               "Could not verify target, not connected.",
+                               "Could not verify target, no data file opened."};
+
+int ProgramOp(bool topLevel, MemImage* image) {
+  char begin[256];
+  FormatImageBegin(begin, sizeof begin, "Programming target (%d bytes, %d range%s) ...", image);
+  return RunOp(topLevel, begin, kProgramTexts, image != nullptr, [image] {
+    if (CheckFit(image) != 0) return kWorkQuietFail;
+    ProgramWork(image);
+    return kWorkDone;
+  });
+}
+
+int VerifyOp(bool topLevel, MemImage* image) {
+  char begin[256];
+  FormatImageBegin(begin, sizeof begin, "Verifying target (%d bytes, %d range%s) ...", image);
+  return RunOp(topLevel, begin, kVerifyTexts, image != nullptr, [image] {
+    VerifyWork(image);
+    return kWorkDone;
+  });
+}
+
+// ---- Reads ----
+
+// Reads the flagged sectors, one run after the other, into image.
+void ReadFlagged(MemImage* image, const FlashParams& fp, const uint8_t* flags, uint32_t count) {
+  const uint32_t shift = SectorShift(fp);
+  const uint32_t runs = FLASHOPS_CountRuns(flags, count);
+  uint32_t index = 0, first = 0, last = 0, i = 0;
+  while (!LOG_HasError() && FLASHOPS_NextRun(flags, count, &index, &first, &last)) {
+    const uint32_t a = first << shift;
+    const uint32_t b = ((last + 1) << shift) - 1;
+    Info("Range %d/%d, 0x%X - 0x%X", (int)++i, (int)runs, a, b);
+    SPI_ReadRange(image, a, b);
+  }
+}
+
+constexpr OpTexts kReadTexts{nullptr, "Failed to read back target memory.",
+                             "Could not read target memory, not connected.", nullptr};
+
+// Runs a read operation that fills a new image; returns it, or null.
+template <typename Work>
+MemImage* ReadOp(bool topLevel, const char* beginText, Work&& work) {
+  ImagePtr image(MEMIMAGE_Create());
+  char success[256] = "";
+  OpTexts t = kReadTexts;
+  t.success = success;
+  const int r = RunOp(topLevel, beginText, t, true, [&] {
+    if (!image) {
+      LOG_ReportError("Could not read target memory, out of memory.");
+      return kWorkQuietFail;
+    }
+    work(image.get());
+    FormatReadSuccess(success, sizeof success, image.get());
+    return kWorkDone;
+  });
+  return r == 0 ? image.release() : nullptr;
+}
+
+// ---- The automatic sequence ----
+
+bool AllBlank(const uint8_t* p, uint32_t n) {
+  return std::all_of(p, p + n, [](uint8_t b) { return b == 0xFF; });
+}
+
+// Adds to dest the bytes of src that lie in flagged sectors.
+int CopyFlaggedSectors(MemImage* dest, MemImage* src, uint32_t shift, const uint8_t* flags, uint32_t count) {
+  const uint32_t ranges = MEMIMAGE_GetNumRanges(src);
+  for (uint32_t i = 0; i < ranges; i++) {
+    uint32_t start = 0, size = 0;
+    const uint8_t* data = MEMIMAGE_GetRange(src, (int32_t)i, &start, &size);
+    const uint64_t end = (uint64_t)start + size;  // exclusive
+    for (uint64_t a = start; a < end;) {
+      const uint64_t sector = a >> shift;
+      const uint64_t sectorEnd = std::min<uint64_t>(end, (sector + 1) << shift);
+      if (sector < count && flags[sector]) {
+        const uint32_t n = (uint32_t)(sectorEnd - a);
+        const int r = data ? MEMIMAGE_AddDataLocked(dest, (uint32_t)a, n, data + (a - start))
+                           : MEMIMAGE_AddFill(dest, (uint32_t)a, n, 0xFF);
+        if (r != 0) return -1;
+      }
+      a = sectorEnd;
+    }
+  }
+  return 0;
+}
+
+int AutoWork(MemImage* image) {
+  if (CheckFit(image) != 0) return kWorkQuietFail;
+  const FlashParams fp = ProjectParams();
+  ProjectProduction production{};
+  PROJECT_GetProduction(&production);
+  const uint32_t shift = SectorShift(fp);
+  const uint32_t sectorSize = 1u << shift;
+  const uint32_t numSectors = NumSectors(fp);
+
+  auto touched = TryAlloc<uint8_t>(numSectors + 1);
+  auto toErase = TryAlloc<uint8_t>(numSectors + 1);
+  auto want = TryAlloc<uint8_t>(sectorSize);
+  auto have = TryAlloc<uint8_t>(sectorSize);
+  if (!want || !have) {
+    ReportError("Failed to allocate %d bytes of memory", (int)(2 * (uint64_t)sectorSize));
+    return kWorkDone;
+  }
+  if (!touched || !toErase) {
+    LOG_ReportError("Could not erase affected sectors, not enough memory.");
+    return kWorkDone;
+  }
+  const uint32_t marked = FLASHOPS_MarkSectors(image, shift, touched.get(), numSectors);
+  std::fill_n(toErase.get(), numSectors, 0);
+
+  // Read back what the data touches.
+  ImagePtr readBack(ReadOp(false, "Reading affected sectors ...", [&](MemImage* r) {
+    const uint32_t runs = FLASHOPS_CountRuns(touched.get(), numSectors);
+    Info("%d of %d sectors affected, %d range%s", (int)marked, (int)numSectors, (int)runs, Plural(runs));
+    ReadFlagged(r, fp, touched.get(), numSectors);
+  }));
+  if (!readBack || LOG_HasError()) return kWorkDone;
+
+  // Keep only the sectors whose contents change; the blank ones among them
+  // need no erase. Erasing the whole chip wipes unchanged sectors as well,
+  // so then every touched sector is written again.
+  const bool chipErase = production.EraseType == 3;
+  for (uint32_t s = 0; s < numSectors; s++) {
+    if (!touched[s]) continue;
+    const uint32_t a = s << shift;
+    MEMIMAGE_ReadAreaLocked(image, a, sectorSize, want.get(), 0xFF);
+    MEMIMAGE_ReadAreaLocked(readBack.get(), a, sectorSize, have.get(), 0xFF);
+    const bool same = std::memcmp(want.get(), have.get(), sectorSize) == 0;
+    if (same && !chipErase) touched[s] = 0;
+    toErase[s] = !same && !AllBlank(have.get(), sectorSize);
+  }
+  want.reset();
+  have.reset();
+  readBack.reset();  // compared; holding it on would only raise the peak
+
+  ImagePtr work(MEMIMAGE_Create());
+  if (!work || CopyFlaggedSectors(work.get(), image, shift, touched.get(), numSectors) != 0) {
+    ReportError("Failed to allocate %d bytes of memory", (int)MEMIMAGE_GetNumBytesLocked(image));
+  }
+  if (!LOG_HasError()) {
+    if (chipErase) {
+      EraseChipOp(false);
+    } else {
+      EraseAffectedOp(toErase.get());
+    }
+  }
+  if (!LOG_HasError()) ProgramOp(false, work.get());
+  if (!LOG_HasError()) VerifyOp(false, work.get());
+  work.reset();
+  SEQ_Run(SEQ_EXIT);
+  return kWorkDone;
+}
+
+}  // namespace
+
+// ---- Pieces without the probe ----
+
+uint32_t FLASHOPS_MarkSectors(MemImage* image, uint32_t sectorShift, uint8_t* flags, uint32_t numSectors) {
+  std::fill_n(flags, numSectors, 0);
+  uint32_t marked = 0;
+  if (!image || sectorShift >= 32) return 0;
+  const uint32_t ranges = MEMIMAGE_GetNumRanges(image);
+  for (uint32_t i = 0; i < ranges; i++) {
+    uint32_t start = 0, size = 0;
+    MEMIMAGE_GetRange(image, (int32_t)i, &start, &size);
+    if (size == 0) continue;
+    const uint64_t first = start >> sectorShift;
+    const uint64_t last = ((uint64_t)start + size - 1) >> sectorShift;
+    for (uint64_t s = first; s <= last && s < numSectors; s++) {
+      if (!flags[s]) {
+        flags[s] = 1;
+        marked++;
+      }
+    }
+  }
+  return marked;
+}
+
+uint32_t FLASHOPS_CountRuns(const uint8_t* flags, uint32_t count) {
+  uint32_t runs = 0;
+  for (uint32_t i = 0; i < count; i++) {
+    if (flags[i] && (i == 0 || !flags[i - 1])) runs++;
+  }
+  return runs;
+}
+
+int FLASHOPS_NextRun(const uint8_t* flags, uint32_t count, uint32_t* index, uint32_t* first, uint32_t* last) {
+  uint32_t i = *index;
+  while (i < count && !flags[i]) i++;
+  if (i >= count) {
+    *index = count;
+    return 0;
+  }
+  *first = i;
+  while (i < count && flags[i]) i++;
+  *last = i - 1;
+  *index = i;
+  return 1;
+}
+
+int FLASHOPS_CheckFit(MemImage* image, uint64_t chipSize, uint32_t* first, uint32_t* last) {
+  ImagePtr chip(MEMIMAGE_Create());
+  if (!chip) return -1;
+  if (chipSize) MEMIMAGE_AddData(chip.get(), 0, (uint32_t)std::min<uint64_t>(chipSize, 0xFFFFFFFFu), nullptr, -1);
+  const int index = MEMIMAGE_FindRangeNotIn(chip.get(), image, 0);
+  if (index < 0) return 0;
+  uint32_t start = 0, size = 0;
+  MEMIMAGE_GetRange(image, index, &start, &size);
+  *first = start;
+  *last = start + size - 1;
+  return 1;
+}
+
+void FLASHOPS_AppendRange(char* list, int size, uint32_t first, uint32_t last) {
+  char previous[512];
+  UTIL_strcpy(previous, list, sizeof previous);
+  UTIL_snprintf(list, size, "%s, 0x%X - 0x%X", previous, first, last);
+}
+
+// ---- User-level operations ----
+
+int FLASH_EraseChip(void) { return EraseChipOp(true); }
+
+int FLASH_EraseSelectedSectors(void) {
+  static constexpr OpTexts t{"Erase operation completed successfully.", "Failed to erase sectors.",
+                             "Could not erase sectors, not connected.", nullptr};
+  return RunOp(true, "Erasing selected sectors ...", t, true, [] {
+    const FlashParams fp = ProjectParams();
+    if (fp.FlashType == 2) {
+      LOG_Info("Selected memory does not support erase. Skipped.");
+      return kWorkDone;
+    }
+    const uint32_t n = NumSectors(fp);
+    auto flags = TryAlloc<uint8_t>(n + 1);
+    if (!flags) {
+      LOG_ReportError("Could not alloc memory.");
+      return kWorkDone;
+    }
+    const uint32_t selected = PROJECT_GetSectorSelection(flags.get(), n);
+    const uint32_t runs = FLASHOPS_CountRuns(flags.get(), n);
+    const uint32_t shift = SectorShift(fp);
+    char list[512] = "";
+    uint32_t index = 0, first = 0, last = 0;
+    while (FLASHOPS_NextRun(flags.get(), n, &index, &first, &last)) {
+      FLASHOPS_AppendRange(list, sizeof list, first << shift, ((last + 1) << shift) - 1);
+    }
+    Info("%d of %d sectors selected, %d range%s%s", (int)selected, (int)n, (int)runs, Plural(runs), list);
+    EraseFlagged(fp, flags.get(), n);
+    return kWorkDone;
+  });
+}
+
+int FLASH_Program(MemImage* image) { return ProgramOp(true, image); }
+
+int FLASH_Verify(MemImage* image) { return VerifyOp(true, image); }
+
+int FLASH_ProgramVerify(MemImage* image) {
+  static constexpr OpTexts t{"Target programmed and verified successfully.",
+                             "Failed to program and verify target.",
+                             "Could not program and verify target, not connected.",
+                             "Could not program and verify target, no data file opened."};
+  char begin[256];
+  FormatImageBegin(begin, sizeof begin, "Programming and verifying target (%d bytes, %d range%s) ...", image);
+  return RunOp(true, begin, t, image != nullptr, [image] {
+    if (CheckFit(image) != 0) return kWorkQuietFail;
+    ProgramWork(image);
+    if (!LOG_HasError()) VerifyWork(image);
+    return kWorkDone;
+  });
+}
+
+int FLASH_Auto(MemImage* image) {
+  static constexpr OpTexts t{"Target erased, programmed and verified successfully.",
+                             "Failed to auto program target.", "Could not auto program target, not connected.",
+                             "Could not auto program target, no data file opened."};
+  char begin[256];
+  FormatImageBegin(begin, sizeof begin, "Auto programming target (%d bytes, %d range%s) ...", image);
+  return RunOp(true, begin, t, image != nullptr, [image] { return (WorkResult)AutoWork(image); });
+}
+
+MemImage* FLASH_ReadRange(uint32_t start, uint32_t end) {
+  char begin[256];
+  UTIL_snprintf(begin, sizeof begin, "Reading target memory (0x%.8X - 0x%.8X) ...", start, end);
+  return ReadOp(true, begin, [start, end](MemImage* image) { SPI_ReadRange(image, start, end); });
+}
+
+MemImage* FLASH_ReadChip(void) {
+  return ReadOp(true, "Reading entire flash chip ...", [](MemImage* image) {
+    const FlashParams fp = ProjectParams();
+    const uint32_t sectors = NumSectors(fp);
+    const uint64_t size = FLASHPARAMS_ChipSize(fp);
+    const uint32_t ranges = size ? 1 : 0;
+    char list[512] = "";
+    if (size) FLASHOPS_AppendRange(list, sizeof list, 0, (uint32_t)(size - 1));
+    Info("%d sector%s, %d range%s%s", (int)sectors, Plural(sectors), (int)ranges, Plural(ranges), list);
+    if (!size) return;
+    Info("Range %d/%d, 0x%X - 0x%X", 1, 1, 0u, (uint32_t)(size - 1));
+    SPI_ReadRange(image, 0, (uint32_t)(size - 1));
+  });
+}
