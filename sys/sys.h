@@ -88,3 +88,8 @@ void SYS_ConsoleWrite(const char* text, int length);
 void* SYS_Alloc(uint32_t size);
 void* SYS_Realloc(void* p, uint32_t size);
 void  SYS_Free(void* p);
+// Guarded blocks: a length and a marker in front of the data, a guard byte
+// behind it. SYS_CheckGuarded: 0 for null or intact, -1 when damaged.
+void* SYS_AllocGuarded(uint32_t size);
+int   SYS_CheckGuarded(void* p);
+void  SYS_FreeGuarded(void* p);
