@@ -1,0 +1,3 @@
+pellam_test(flashdb_test
+  SOURCES ${CMAKE_SOURCE_DIR}/tests/unit/flashdb_test.cpp
+  LIBS pellam_flash)

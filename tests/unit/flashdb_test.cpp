@@ -1,0 +1,254 @@
+// Chip table contents, lookup by ID, applying an entry, and the ID reader's
+// continuation-code compaction.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "flash/flashdb.h"
+
+namespace {
+
+uint32_t IdWord(uint8_t a, uint8_t b, uint8_t c) {
+  return a | (uint32_t(b) << 8) | (uint32_t(c) << 16);
+}
+
+int SetOf(const FlashChipEntry& e) {
+  for (int s = 0; s < 5; ++s) {
+    if (e.Commands == FLASHDB_CommandSets[s]) return s;
+  }
+  return -1;
+}
+
+TEST(ChipTable, HasAllRowsAndEndsWithTerminator) {
+  ASSERT_EQ(FLASHDB_GetNumEntries(), 163);
+  EXPECT_EQ(FLASHDB_ChipTable[163].Manufacturer, nullptr);
+  for (int i = 0; i < 163; ++i) {
+    const FlashChipEntry& e = FLASHDB_ChipTable[i];
+    SCOPED_TRACE(i);
+    ASSERT_NE(e.Part, nullptr);
+    EXPECT_EQ(FLASHDB_EntryPageSizeShift(e), 8u);
+    EXPECT_NE(SetOf(e), -1);
+    EXPECT_LE(FLASHDB_Entry4ByteType(e), 3u);
+    EXPECT_LE(FLASHDB_EntryChipClass(e), 10u);
+  }
+}
+
+// Rows chosen for their odd or distinctive columns.
+TEST(ChipTable, SpotRows) {
+  struct Row {
+    int index;
+    const char* manufacturer;
+    const char* part;
+    uint8_t id[3];
+    bool ignoreType;
+    uint32_t size, sector, type4B, chipClass;
+    int set;
+  };
+  const Row rows[] = {
+      {0, "Numonyx", "M25P10-A", {0x20, 0x20, 0x11}, false, 17, 15, 0, 3, 0},
+      {5, "ST", "M25P128", {0x20, 0x20, 0x18}, false, 24, 18, 0, 3, 0},
+      {10, "Micron", "N25Q128A", {0x20, 0x00, 0x18}, true, 24, 16, 0, 0, 1},
+      {14, "Micron", "MT25Qxxx2", {0x20, 0x00, 0x22}, true, 28, 16, 2, 0, 1},
+      {18, "Adesto", "AT25PE20", {0x1F, 0x23, 0x00}, false, 18, 11, 0, 10, 2},
+      {31, "Adesto", "AT45DQ321", {0x1F, 0x27, 0x01}, false, 22, 12, 0, 10, 2},
+      {45, "Adesto", "AT25DF256", {0x1F, 0x46, 0x02}, false, 16, 15, 0, 5, 0},
+      {46, "Adesto", "AT25DF161", {0x1F, 0x46, 0x02}, false, 21, 16, 0, 5, 0},
+      {53, "Adesto", "ATXP032R", {0x43, 0xA7, 0x00}, false, 22, 16, 3, 8, 0},
+      {70, "Spansion", "W25Q20EW", {0xEF, 0x00, 0x12}, true, 18, 16, 0, 3, 0},
+      {114, "Microchip", "SST26VF064B", {0xBF, 0x26, 0x43}, false, 23, 12, 0, 9, 3},
+      {137, "GigaDevice", "GD25LF255E", {0xC8, 0x64, 0x13}, false, 19, 16, 0, 6, 0},
+      {157, "ISSI", "IS25LD040-JNLE", {0x7F, 0x9D, 0x7E}, false, 28, 16, 0, 0, 0},
+      {161, "Adesto/Atmel", "AT25SF041-SSHD-T", {0x1F, 0x84, 0x01}, false, 28, 16, 0, 0, 0},
+      {162, "Fujitsu", "MB85RS256TY", {0x04, 0x25, 0x03}, false, 15, 15, 0, 0, 4},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.index);
+    FlashChipEntry e;
+    ASSERT_EQ(FLASHDB_GetEntry(r.index, &e), 0);
+    EXPECT_STREQ(e.Manufacturer, r.manufacturer);
+    EXPECT_STREQ(e.Part, r.part);
+    EXPECT_EQ(e.Id & 0xFFFFFFu, IdWord(r.id[0], r.id[1], r.id[2]));
+    EXPECT_EQ((e.Id & FLASHDB_ID_MATCH_MFR_CAP) != 0, r.ignoreType);
+    EXPECT_EQ(FLASHDB_EntrySizeShift(e), r.size);
+    EXPECT_EQ(FLASHDB_EntrySectorSizeShift(e), r.sector);
+    EXPECT_EQ(FLASHDB_Entry4ByteType(e), r.type4B);
+    EXPECT_EQ(FLASHDB_EntryChipClass(e), r.chipClass);
+    EXPECT_EQ(SetOf(e), r.set);
+  }
+}
+
+TEST(ChipTable, GetEntryRejectsBadArguments) {
+  FlashChipEntry e;
+  EXPECT_EQ(FLASHDB_GetEntry(0, nullptr), -1);
+  EXPECT_EQ(FLASHDB_GetEntry(-1, &e), -1);
+  EXPECT_EQ(FLASHDB_GetEntry(163, &e), -1);
+}
+
+TEST(ChipLookup, FirstMatchWins) {
+  struct Case {
+    uint8_t id[3];
+    int index;  // -1: no chip
+    const char* part;
+  };
+  const Case cases[] = {
+      {{0x20, 0xBA, 0x18}, 10, "N25Q128A"},     // memory-type byte ignored
+      {{0x20, 0x00, 0x18}, 10, "N25Q128A"},
+      {{0x1F, 0x46, 0x02}, 45, "AT25DF256"},    // shares its ID with a later row
+      {{0x1F, 0x84, 0x01}, 39, "AT25SF041"},    // likewise
+      {{0xC2, 0x20, 0x18}, 88, "MX25L12873F"},
+      {{0xC2, 0x20, 0x19}, 89, "MX25L25735F"},
+      {{0xEF, 0x40, 0x18}, 76, "S25FL128K"},
+      {{0xC2, 0x99, 0x15}, 111, "MX25L1605D"},
+      {{0x04, 0x25, 0x03}, 162, "MB85RS256TY"},
+      {{0xBF, 0x26, 0x43}, 114, "SST26VF064B"},
+      {{0x1F, 0x26, 0x00}, 21, "AT25PE16"},
+      {{0x9D, 0x46, 0x00}, -1, nullptr},
+      {{0xC2, 0x21, 0x18}, -1, nullptr},        // memory type matters for this maker's rows
+      {{0x00, 0x00, 0x00}, -1, nullptr},
+      {{0xFF, 0xFF, 0xFF}, -1, nullptr},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.part ? c.part : "none");
+    const int index = FLASHDB_FindById(IdWord(c.id[0], c.id[1], c.id[2]));
+    EXPECT_EQ(index, c.index);
+    if (index >= 0) {
+      EXPECT_STREQ(FLASHDB_ChipTable[index].Part, c.part);
+    }
+  }
+}
+
+TEST(ChipLookup, RowsStartingWithContinuationCodeAreUnreachable) {
+  for (int i = 0; i < FLASHDB_GetNumEntries(); ++i) {
+    const FlashChipEntry& e = FLASHDB_ChipTable[i];
+    if ((e.Id & 0xFF) != 0x7F) continue;
+    SCOPED_TRACE(e.Part);
+    uint8_t answer[13];
+    std::memset(answer, 0xFF, sizeof(answer));
+    answer[0] = 0x7F;
+    answer[1] = uint8_t(e.Id >> 8);
+    answer[2] = uint8_t(e.Id >> 16);
+    FLASHDB_CompactId(answer);
+    const int found = FLASHDB_FindById(IdWord(answer[0], answer[1], answer[2]));
+    EXPECT_NE(found, i);
+  }
+}
+
+FlashParams Blank() {
+  FlashParams p;
+  std::memset(&p, 0xEE, sizeof(p));
+  p.AutoDetect = 1;
+  p.FlashType = 2;
+  p.abID[0] = 0x11;
+  p.abID[1] = 0x22;
+  p.abID[2] = 0x33;
+  return p;
+}
+
+TEST(ChipApply, FlagStatusChip) {
+  FlashParams p = Blank();
+  ASSERT_EQ(FLASHDB_ApplyEntry(FLASHDB_FindById(IdWord(0x20, 0xBA, 0x18)), &p), 0);
+  EXPECT_EQ(p.NumPages, 65536u);
+  EXPECT_EQ(p.PageSizeShift, 8u);
+  EXPECT_EQ(p.SectorSizeShift, 16u);
+  EXPECT_EQ(p.CmdReadStatus, 0x70);
+  EXPECT_EQ(p.StatusIsReadyBit, 1);
+  EXPECT_EQ(p.StatusBitPos, 7);
+  EXPECT_EQ(p.NumAddrBytes, 3);
+  EXPECT_EQ(p.CmdEnter4ByteMode, 0);  // type 0 clears the mode switch of the set
+  EXPECT_EQ(p.CmdExit4ByteMode, 0);
+  EXPECT_EQ(p.ChipClass, 0);
+  // Not part of a table entry.
+  EXPECT_EQ(p.AutoDetect, 1u);
+  EXPECT_EQ(p.FlashType, 2u);
+  EXPECT_EQ(p.abID[0], 0x11);
+  EXPECT_EQ(p.abID[2], 0x33);
+}
+
+// Each 4-byte address type, on top of its command set.
+TEST(ChipApply, FourByteTypes) {
+  struct Case {
+    uint8_t id[3];
+    uint8_t addr, dedicated, enter, exit, read, write, erase;
+  };
+  const Case cases[] = {
+      {{0xC2, 0x20, 0x18}, 3, 0, 0x00, 0x00, 0x03, 0x02, 0xD8},  // type 0
+      {{0xC2, 0x20, 0x19}, 4, 0, 0x00, 0x00, 0x13, 0x12, 0xDC},  // type 1
+      {{0x20, 0xBA, 0x19}, 4, 1, 0xB7, 0xE9, 0x03, 0x02, 0xD8},  // type 2
+      {{0x1F, 0xA8, 0x00}, 4, 0, 0xB7, 0xE9, 0x0B, 0x02, 0xD8},  // type 3
+      {{0xBF, 0x26, 0x43}, 3, 0, 0x00, 0x00, 0x03, 0x02, 0x20},  // 4 KiB erase set
+      {{0x04, 0x25, 0x03}, 2, 0, 0x00, 0x00, 0x03, 0x02, 0x00},  // no-erase set
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << std::hex << int(c.id[0]) << " " << int(c.id[1]) << " "
+                                    << int(c.id[2]));
+    FlashParams p = Blank();
+    ASSERT_EQ(FLASHDB_ApplyEntry(FLASHDB_FindById(IdWord(c.id[0], c.id[1], c.id[2])), &p), 0);
+    EXPECT_EQ(p.NumAddrBytes, c.addr);
+    EXPECT_EQ(p.Dedicated4BAddrMode, c.dedicated);
+    EXPECT_EQ(p.CmdEnter4ByteMode, c.enter);
+    EXPECT_EQ(p.CmdExit4ByteMode, c.exit);
+    EXPECT_EQ(p.CmdReadData, c.read);
+    EXPECT_EQ(p.CmdWritePage, c.write);
+    EXPECT_EQ(p.CmdEraseSector, c.erase);
+  }
+}
+
+TEST(ChipApply, GeometryAndClass) {
+  FlashParams p = Blank();
+  ASSERT_EQ(FLASHDB_ApplyEntry(162, &p), 0);  // 32 KiB ferroelectric part
+  EXPECT_EQ(p.NumPages, 128u);
+  EXPECT_EQ(FLASHPARAMS_ChipSize(p), 32768u);
+  EXPECT_EQ(FLASHPARAMS_NumSectors(p), 1u);
+  ASSERT_EQ(FLASHDB_ApplyEntry(18, &p), 0);  // page-based, 2 KiB blocks
+  EXPECT_EQ(p.ChipClass, 10);
+  EXPECT_EQ(p.CmdWriteEnable, 0x00);
+  EXPECT_EQ(p.CmdReadStatus, 0xD7);
+  EXPECT_EQ(p.CmdEraseSector, 0x50);
+  EXPECT_EQ(FLASHPARAMS_NumSectors(p), 128u);
+  EXPECT_EQ(FLASHDB_ApplyEntry(-1, &p), -1);
+  EXPECT_EQ(FLASHDB_ApplyEntry(0, nullptr), -1);
+}
+
+TEST(ReadId, ContinuationCodesAreDropped) {
+  struct Case {
+    const char* name;
+    uint8_t in[13];
+    uint8_t first3[3];
+  };
+  const Case cases[] = {
+      {"plain", {0xC2, 0x20, 0x18, 0xC2, 0x20, 0x18, 0, 0, 0, 0, 0, 0, 0}, {0xC2, 0x20, 0x18}},
+      {"two codes", {0x7F, 0x7F, 0xC2, 0x20, 0x18, 0, 0, 0, 0, 0, 0, 0, 0}, {0xC2, 0x20, 0x18}},
+      {"one code", {0x7F, 0x9D, 0x46, 0x16, 0, 0, 0, 0, 0, 0, 0, 0, 0}, {0x9D, 0x46, 0x16}},
+      {"code inside", {0x9D, 0x7F, 0x46, 0x16, 0, 0, 0, 0, 0, 0, 0, 0, 0}, {0x9D, 0x46, 0x16}},
+      // Nothing but codes: the buffer is left as it was.
+      {"all codes", {0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F},
+       {0x7F, 0x7F, 0x7F}},
+      // The last byte is placed without advancing.
+      {"last only", {0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0xAA},
+       {0xAA, 0x7F, 0x7F}},
+      {"first and last", {0xC2, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0xAA},
+       {0xC2, 0xAA, 0x7F}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    uint8_t id[13];
+    std::memcpy(id, c.in, sizeof(id));
+    FLASHDB_CompactId(id);
+    EXPECT_EQ(id[0], c.first3[0]);
+    EXPECT_EQ(id[1], c.first3[1]);
+    EXPECT_EQ(id[2], c.first3[2]);
+  }
+}
+
+TEST(ReadId, FormatsTheLogLine) {
+  char line[64];
+  const uint8_t id[3] = {0xC2, 0x20, 0x18};
+  FLASHDB_FormatId(line, sizeof(line), id);
+  EXPECT_STREQ(line, "Read SPI Flash Id = 0xC2 20 18");
+  const uint8_t low[3] = {0x04, 0x0A, 0x00};
+  FLASHDB_FormatId(line, sizeof(line), low);
+  EXPECT_STREQ(line, "Read SPI Flash Id = 0x04 0A 00");
+}
+
+}  // namespace
