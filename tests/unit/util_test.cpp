@@ -1,0 +1,345 @@
+// Formatter and helper tests. The formatter is the one place every message
+// goes through, so its cases are spelled out against exact expected text.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <string>
+
+#include "util/util.h"
+
+namespace {
+
+// Formats into a buffer of the given size and checks that the returned end
+// pointer is the terminator.
+template <typename... Args>
+std::string Fmt(int size, const char* format, Args... args) {
+  char buf[256];
+  std::memset(buf, 'Z', sizeof buf);
+  char* end = UTIL_snprintf(buf, size, format, args...);
+  EXPECT_EQ(*end, '\0');
+  EXPECT_EQ(end - buf, static_cast<long>(std::strlen(buf)));
+  EXPECT_EQ(buf[size], 'Z') << "wrote past the size";
+  return buf;
+}
+
+// The format-attribute check is off here: several cases use forms the
+// bounded formatter defines its own way (no flags, unknown letters).
+#pragma GCC diagnostic ignored "-Wformat"
+#pragma GCC diagnostic ignored "-Wformat-extra-args"
+
+struct IntCase {
+  const char* format;
+  int value;
+  const char* expected;
+};
+
+TEST(UtilFormat, IntegerWidthPrecisionSign) {
+  const IntCase cases[] = {
+      {"%d", 0, "0"},
+      {"%d", 12345, "12345"},
+      {"%d", -12, "-12"},
+      {"%5d", -12, "-   12"},   // the sign stands outside the width
+      {"%5d", 12, "   12"},
+      {"%05d", 12, "   12"},    // "0" is a width digit, not a flag
+      {"%.4d", -7, "-0007"},
+      {"%6.3d", 5, "   005"},
+      {"%1d", 123, "123"},      // width is a minimum
+      {"%d", INT_MIN, "-2147483648"},
+      {"%i", -1, "-1"},
+      {"%u", -1, "4294967295"},
+      {"%x", 0xABCDEF, "abcdef"},
+      {"%X", 0xABCDEF, "ABCDEF"},
+      {"%.8X", 0x1F, "0000001F"},
+      {"%.2X", 0x1AB, "1AB"},   // precision is a minimum
+      {"%4x", 0xF, "   f"},
+      {"%ld", -5, "-5"},        // one l keeps 32 bits
+      {"%lx", 255, "ff"},
+      {"%c", 'A', "A"},
+      {"a%fb", 3, "ab"},        // unknown letter: consumed, nothing written
+      {"%%%d%%", 1, "%1%"},
+  };
+  for (const IntCase& c : cases) {
+    EXPECT_EQ(Fmt(200, c.format, c.value), c.expected) << c.format << " of " << c.value;
+  }
+}
+
+TEST(UtilFormat, SixtyFourBitPath) {
+  struct Case {
+    const char* format;
+    long long value;
+    const char* expected;
+  } cases[] = {
+      {"%lld", 0x123456789LL, "4886718345"},
+      {"%lld", -0x123456789LL, "-4886718345"},
+      {"%lld", LLONG_MIN, "-9223372036854775808"},
+      {"%llu", -1LL, "18446744073709551615"},
+      {"%llx", 0x1122334455667788LL, "1122334455667788"},
+      {"%.12llX", 0xABCLL, "000000000ABC"},
+      {"%12lld", -42LL, "-          42"},
+      {"%lld", 7LL, "7"},
+      {"%llld", 5000000000LL, "5000000000"},  // more than two l's are still 64 bits
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(Fmt(200, c.format, c.value), c.expected) << c.format;
+  }
+  // Arguments after a 64-bit one are still read at the right place.
+  EXPECT_EQ(Fmt(200, "%lld/%d/%s", 1LL << 40, -3, "x"), "1099511627776/-3/x");
+}
+
+TEST(UtilFormat, StringsAndPointers) {
+  EXPECT_EQ(Fmt(200, "[%s]", "text"), "[text]");
+  EXPECT_EQ(Fmt(200, "[%10.2s]", "text"), "[text]");  // width and precision ignored
+  EXPECT_EQ(Fmt(200, "%p", reinterpret_cast<void*>(0x1234)), "    1234");
+  EXPECT_EQ(Fmt(200, "%p", reinterpret_cast<void*>(0x1122334455667788ull)), "55667788");
+  EXPECT_EQ(Fmt(200, "%p", reinterpret_cast<void*>(0xDEADBEEFull)), "deadbeef");
+}
+
+TEST(UtilFormat, TruncatesAtSizeLessOne) {
+  EXPECT_EQ(Fmt(1, "%d", 12345), "");
+  EXPECT_EQ(Fmt(4, "%d", 12345), "123");
+  EXPECT_EQ(Fmt(4, "%8d", 1), "   ");
+  EXPECT_EQ(Fmt(6, "%s-%s", "abc", "def"), "abc-d");
+  EXPECT_EQ(Fmt(3, "%.8X", 1), "00");
+  // Size 0 stores nothing at all, not even a terminator.
+  char b[4] = {'Q', 'Q', 'Q', 'Q'};
+  char* end = UTIL_snprintf(b, 0, "%d", 1);
+  EXPECT_EQ(end, b);
+  EXPECT_EQ(b[0], 'Q');
+}
+
+TEST(UtilFormat, EndPointerChainsFormats) {
+  char buf[16];
+  char* p = UTIL_snprintf(buf, sizeof buf, "%d,", 10);
+  p = UTIL_snprintf(p, static_cast<int>(sizeof buf - (p - buf)), "%s", "abcdefghijklmnop");
+  EXPECT_STREQ(buf, "10,abcdefghijkl");
+  EXPECT_EQ(p, buf + 15);
+}
+
+TEST(UtilString, CopyAndAppendTruncate) {
+  char b[8];
+  UTIL_strcpy(b, "abcdefghij", sizeof b);
+  EXPECT_STREQ(b, "abcdefg");
+  UTIL_strcpy(b, "ab", sizeof b);
+  UTIL_strcat(b, "cdefghij", sizeof b);
+  EXPECT_STREQ(b, "abcdefg");
+  UTIL_strcpy(b, "ab", sizeof b);
+  UTIL_strncat(b, "cdefghij", 2, sizeof b);
+  EXPECT_STREQ(b, "abcd");
+  UTIL_strncat(b, "xyz", 10, 6);
+  EXPECT_STREQ(b, "abcdx");
+  // Null pointers and empty sizes leave everything as it is.
+  UTIL_strcpy(b, nullptr, sizeof b);
+  UTIL_strcat(nullptr, "x", 4);
+  UTIL_strcpy(b, "zz", 0);
+  EXPECT_STREQ(b, "abcdx");
+  EXPECT_EQ(UTIL_strlen(nullptr), 0);
+  EXPECT_EQ(UTIL_strlen("abc"), 3);
+}
+
+TEST(UtilString, CaseInsensitiveCompare) {
+  EXPECT_EQ(UTIL_stricmp("-ReadRange", "-readrange"), 0);
+  EXPECT_LT(UTIL_stricmp("abc", "abd"), 0);
+  EXPECT_GT(UTIL_stricmp("abcd", "ABC"), 0);
+  EXPECT_EQ(UTIL_stricmp("a", "b"), 'a' - 'b');
+  // Bytes from 0x80 on are unfolded and compare as signed values.
+  EXPECT_LT(UTIL_stricmp("\xC4", "a"), 0);
+  EXPECT_EQ(UTIL_strnicmp("-OPENprj", "-openPRJX", 8), 0);
+  EXPECT_NE(UTIL_strnicmp("-OPENprj", "-openPRJX", 9), 0);
+  EXPECT_EQ(UTIL_strnicmp("x", "y", 0), 0);
+  EXPECT_EQ(UTIL_strnicmp("[", "{", 1), '[' - '{');  // only letters fold
+}
+
+TEST(UtilBytes, CompareAndScan) {
+  const uint8_t a[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+  uint8_t b[sizeof a];
+  std::memcpy(b, a, sizeof a);
+  EXPECT_EQ(UTIL_memcmp(a, b, sizeof a), -1);
+  EXPECT_EQ(UTIL_memcmp(a, b, 0), -1);
+  b[9] = 0;
+  EXPECT_EQ(UTIL_memcmp(a, b, sizeof a), 9);
+
+  uint8_t blank[300];
+  std::memset(blank, 0xFF, sizeof blank);
+  EXPECT_EQ(UTIL_FindFirstByteNot(blank, 0xFF, sizeof blank), -1);
+  EXPECT_EQ(UTIL_FindFirstByteNot(blank, 0xFF, 0), -1);
+  for (int pos : {0, 7, 8, 9, 255, 299}) {
+    std::memset(blank, 0xFF, sizeof blank);
+    blank[pos] = 0xFE;
+    EXPECT_EQ(UTIL_FindFirstByteNot(blank, 0xFF, sizeof blank), pos);
+    EXPECT_EQ(UTIL_FindFirstByteNot(blank, 0xFF, pos), -1);
+  }
+  EXPECT_EQ(UTIL_AbsDiff(3, 10), 7u);
+  EXPECT_EQ(UTIL_AbsDiff(~0ull, 0), ~0ull);
+}
+
+TEST(UtilNumbers, ParseU32) {
+  struct Case {
+    const char* text;
+    int result;
+    uint32_t value;
+  } cases[] = {
+      {"0", 0, 0},           {"1234", 0, 1234},         {"42abc", 0, 42},
+      {"0x1F", 0, 0x1F},     {"0XdeadBEEF", 0, 0xDEADBEEF}, {"0x10g", 0, 0x10},
+      {"0xg", -1, 0},        {"0x", -1, 0},             {"x12", -1, 0},
+      {" 12", -1, 0},        {"", -1, 0},               {"-1", -1, 0},
+  };
+  for (const Case& c : cases) {
+    uint32_t v = 0;
+    EXPECT_EQ(UTIL_ParseU32(c.text, &v), c.result) << c.text;
+    if (c.result == 0) {
+      EXPECT_EQ(v, c.value) << c.text;
+    }
+  }
+}
+
+TEST(UtilNumbers, Store) {
+  uint8_t b[4];
+  UTIL_StoreU32LE(b, 0x11223344);
+  EXPECT_EQ(b[0], 0x44);
+  EXPECT_EQ(b[3], 0x11);
+  UTIL_StoreU32(b, 0x11223344, 1);
+  EXPECT_EQ(b[0], 0x11);
+  EXPECT_EQ(b[3], 0x44);
+  UTIL_StoreU32(b, 0xAABBCCDD, 0);
+  EXPECT_EQ(b[0], 0xDD);
+}
+
+TEST(UtilToken, ParseToken) {
+  char tok[8];
+  const char* text = " \t\r\nfirst,second third\r\n";
+  const char* cur = text;
+  EXPECT_EQ(UTIL_ParseToken(&cur, tok, sizeof tok, ','), nullptr);
+  EXPECT_STREQ(tok, "first");
+  EXPECT_EQ(*cur, ',');
+  ++cur;
+  EXPECT_EQ(UTIL_ParseToken(&cur, tok, sizeof tok, ','), nullptr);
+  EXPECT_STREQ(tok, "second");
+  EXPECT_EQ(UTIL_ParseToken(&cur, tok, sizeof tok, ','), nullptr);
+  EXPECT_STREQ(tok, "third");
+  EXPECT_STREQ(UTIL_ParseToken(&cur, tok, sizeof tok, ','), "Expected a string");
+
+  const char* longText = "abcdefgh";  // 8 characters reach maxLength 8
+  cur = longText;
+  EXPECT_STREQ(UTIL_ParseToken(&cur, tok, 8, ','), "Maximum string length exceeded");
+  EXPECT_EQ(cur, longText);
+  cur = "abcdefg";
+  EXPECT_EQ(UTIL_ParseToken(&cur, tok, 8, ','), nullptr);
+  EXPECT_STREQ(tok, "abcdefg");
+}
+
+TEST(UtilPrint, ByteCounts) {
+  struct Case {
+    uint32_t n;
+    const char* expected;
+  } cases[] = {
+      {0, "0 Bytes"},           {1, "1 Byte"},          {2, "2 Bytes"},
+      {513, "513 Bytes"},       {512, "512 Bytes"},     {1024, "1 KB"},
+      {1536, "1.5 KB"},         {4096, "4 KB"},         {1u << 20, "1 MB"},
+      {3u << 19, "1.5 MB"},     {1u << 19, "512 KB"},   {1u << 30, "1 GB"},
+      {3u << 29, "1.5 GB"},     {1u << 31, "2 GB"},     {1023, "1023 Bytes"},
+      {0xFFFFFFFF, "4294967295 Bytes"},
+  };
+  for (const Case& c : cases) {
+    char buf[64];
+    UTIL_PrintBytes(buf, sizeof buf, c.n);
+    EXPECT_STREQ(buf, c.expected) << c.n;
+  }
+  const UTIL_REGION regions[] = {{4, 4096}, {1, 32768}, {3, 1}};
+  char buf[64];
+  UTIL_PrintRegions(buf, sizeof buf, regions, 3);
+  EXPECT_STREQ(buf, "16 KB + 32 KB + 3 Bytes");
+  UTIL_PrintRegions(buf, 10, regions, 3);
+  EXPECT_STREQ(buf, "16 KB + 3");
+}
+
+TEST(UtilPrint, Durations) {
+  struct Case {
+    uint64_t us;
+    const char* expected;
+  } cases[] = {
+      {0, "0.000 000"},
+      {1234567, "1.234 567"},
+      {61000001, "1:01.000 001"},
+      {3600000000ull + 2 * 60000000ull + 3000000 + 4005, "1:02:03.004 005"},
+      {100ull * 3600000000ull, "100:00:00.000 000"},
+  };
+  for (const Case& c : cases) {
+    char buf[64];
+    UTIL_PrintDuration(buf, sizeof buf, c.us);
+    EXPECT_STREQ(buf, c.expected) << c.us;
+  }
+}
+
+TEST(UtilPrint, FloatFromBits) {
+  struct Case {
+    uint32_t bits;
+    const char* expected;
+  } cases[] = {
+      {0x00000000, "0.0"},      {0x80000000, "-0.0"},     {0x3F800000, "1"},
+      {0xC0490FDB, "-3.14159"}, {0x7F800000, "Infinite"}, {0xFF800000, "-Infinite"},
+      {0x7FC00000, "NaNq"},     {0x7F800001, "NaNs"},     {0x00000001, "1.4013E-45"},
+      {0x80000001, "-1.4013E-45"}, {0x4B189680, "1E+07"},
+  };
+  for (const Case& c : cases) {
+    char buf[64];
+    UTIL_PrintFloatBits(buf, sizeof buf, c.bits);
+    EXPECT_STREQ(buf, c.expected) << std::hex << c.bits;
+  }
+}
+
+TEST(UtilPrint, AddressesAndNames) {
+  char buf[64];
+  const uint8_t mac[6] = {0x00, 0x22, 0xC7, 0x0A, 0xFF, 0x1};
+  UTIL_PrintHWAddr(buf, sizeof buf, mac, ':');
+  EXPECT_STREQ(buf, "00:22:C7:0A:FF:01");
+  UTIL_PrintIPv4(buf, sizeof buf, 0xC0A80001);
+  EXPECT_STREQ(buf, "192.168.0.1");
+  EXPECT_STREQ(UTIL_GetOSName(0x2000), "Linux");
+  EXPECT_STREQ(UTIL_GetOSName(0x1007), "Windows 8.1");
+  EXPECT_STREQ(UTIL_GetOSName(0x1009), "Unknown");
+}
+
+TEST(UtilCopyAPIStruct, SizesDecideTheCopy) {
+  struct Rec {
+    uint32_t size;
+    uint8_t data[4100];
+  };
+  static Rec src, dst;
+  auto Reset = [](uint32_t srcSize, uint32_t dstSize) {
+    std::memset(&src, 0xAA, sizeof src);
+    std::memset(&dst, 0x55, sizeof dst);
+    src.size = srcSize;
+    dst.size = dstSize;
+  };
+  // Destination of 4 bytes: only the size field, nothing copied.
+  Reset(16, 4);
+  UTIL_CopyAPIStruct(&dst, &src, "REC");
+  EXPECT_EQ(dst.data[0], 0x55);
+  EXPECT_EQ(dst.size, 4u);
+  // Shorter source: its bytes, then zeros up to the destination size.
+  Reset(8, 16);
+  UTIL_CopyAPIStruct(&dst, &src, "REC");
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(dst.data[i], 0xAA) << i;
+  for (int i = 4; i < 12; ++i) EXPECT_EQ(dst.data[i], 0) << i;
+  EXPECT_EQ(dst.data[12], 0x55);
+  EXPECT_EQ(dst.size, 16u);
+  // Longer source: cut at the destination size.
+  Reset(100, 12);
+  UTIL_CopyAPIStruct(&dst, &src, "REC");
+  for (int i = 0; i < 8; ++i) EXPECT_EQ(dst.data[i], 0xAA) << i;
+  EXPECT_EQ(dst.data[8], 0x55);
+  // Refused silently: too large, or not a multiple of 4.
+  for (uint32_t bad : {4102u, 4104u, 15u}) {
+    Reset(16, bad);
+    UTIL_CopyAPIStruct(&dst, &src, "REC");
+    EXPECT_EQ(dst.data[0], 0x55) << bad;
+  }
+  // The largest accepted record.
+  Reset(4100, 4100);
+  UTIL_CopyAPIStruct(&dst, &src, "REC");
+  EXPECT_EQ(dst.data[4095], 0xAA);
+  EXPECT_EQ(dst.data[4096], 0x55);
+}
+
+}  // namespace
