@@ -1,0 +1,274 @@
+// The command line as a user meets it: the built program run in a fresh
+// directory, judged by its standard output and exit status.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/e2e/run_program.h"
+
+namespace {
+
+const char kHelp[] =
+    "Available commands:\n"
+    " -open<fname>[<saddr>]               Open data file\n"
+    " -openprj<fname>                     Open an existing project\n"
+    " -save[<saddr>,<eaddr>]              Save data file\n"
+    " -saveas<fname>[,<saddr>,<eaddr>]    Save data in a different file\n"
+    " -connect                            Connect to target\n"
+    " -disconnect                         Disconnect from target\n"
+    " -erasesectors                       Erase all sectors\n"
+    " -erasechip                          Erase entire chip\n"
+    " -program                            Program target\n"
+    " -programverify                      Program and verify target\n"
+    " -auto                               Erase, program and verify target\n"
+    " -verify                             Verify target program\n"
+    " -readrange[<saddr>,<eaddr>]         Read specified range\n"
+    " -readchip                           Read entire chip\n"
+    " -usb<SerialNumber>                  Select connection via USB\n"
+    " -ip<hostname>                       Select connection via TCP/IP\n"
+    " -speed<speed>                       Set interface speed\n"
+    " -pellamlog<fname>                   Set a temporary Pellam log file\n"
+    " -tarlolog<fname>                    Set a temporary Tarlo log file\n"
+    " -verbose<level>                     Set verbosity level\n"
+    " -help                               Show list of commands\n"
+    " -?                                  Show list of commands\n";
+
+RunResult Run(const TempDir& dir, const std::vector<std::string>& args) {
+  return RunProgram(args, dir.path(), {"HOME=" + dir.path()});
+}
+
+bool Contains(const std::string& haystack, const std::string& needle) {
+  return haystack.find(needle) != std::string::npos;
+}
+
+// Output without the lines whose figures change from run to run.
+std::string WithoutTimings(const std::string& out) {
+  std::istringstream in(StripCR(out));
+  std::string line, result;
+  while (std::getline(in, line)) {
+    if (!Contains(line, "Completed after")) result += line + "\n";
+  }
+  return result;
+}
+
+TEST(CommandLine, NoArgumentsPrintsBannerAndHelp) {
+  TempDir dir;
+  const RunResult r = Run(dir, {});
+  EXPECT_EQ(r.exitStatus, 0);
+  EXPECT_EQ(r.out.rfind("Valmik Pellam SPI V6.80 Command Line Version\r\nTarloARM.dll V", 0), 0u) << r.out;
+  EXPECT_TRUE(Contains(r.out, " (DLL compiled ")) << r.out;
+  ASSERT_GE(r.out.size(), sizeof kHelp - 1);
+  EXPECT_EQ(r.out.substr(r.out.size() - (sizeof kHelp - 1)), kHelp) << r.out;
+}
+
+TEST(CommandLine, HelpOptions) {
+  TempDir dir;
+  for (const char* option : {"-help", "-?", "?", "-HELP"}) {
+    const RunResult r = Run(dir, {option});
+    EXPECT_EQ(r.exitStatus, 0) << option;
+    EXPECT_TRUE(Contains(r.out, kHelp)) << option;
+  }
+}
+
+// Every syntax error stops the walk with 255: what came before has run,
+// what comes after has not.
+TEST(CommandLine, SyntaxErrorsStopTheWalk) {
+  struct Case {
+    std::vector<std::string> args;
+    std::string message;
+  };
+  const std::string decimal = "Expected an decimal digit (0-9)";
+  const std::string hex = "Expected a hexadecimal digit (0-9, A-F) after hex specified \"0x\"";
+  const Case cases[] = {
+      {{"-openprj"}, "Missing command line parameter after option \"-openprj\"."},
+      {{"-openprj\"\""}, "Missing command line parameter after option \"-openprj\"."},
+      {{"-openprjboard.txt"}, "Wrong file extension after option \"-openprj\"."},
+      {{"-OPENPRJ", "board"}, "Wrong file extension after option \"-openprj\"."},
+      {{"-open"}, "Missing command line parameter after option \"-open\"."},
+      {{"-OPEN"}, "Missing command line parameter after option \"-open\"."},
+      {{"-Open"}, "Missing command line parameter after option \"-open\"."},
+      {{"-opendata.bin"}, "Missing command line parameter after data file path."},
+      {{"-open", "data.bin"}, "Missing command line parameter after data file path."},
+      {{"-opendata.bin,zz"}, decimal + " after ',' for option \"-open\"."},
+      {{"-open", "data.BIN", "0xZ"}, hex + " after option \"-open\"."},
+      {{"-saveas"}, "Missing command line parameter after option \"-saveas\"."},
+      {{"-saveasout.bin"}, "Missing command line parameter after data file path."},
+      {{"-saveasout.bin,q"}, decimal + " as SADDR for option \"-saveas\"."},
+      {{"-saveasout.bin,0x10"}, "Missing second ',' after SADDR."},
+      {{"-saveasout.bin,0x10,"}, decimal + " as EADDR for option \"-saveas\"."},
+      {{"-saveas", "out.c", "1,2"}, decimal + " after option \"-saveas\"."},
+      {{"-save"}, "No data file opened to save to."},
+      {{"-saveas", "out.bin", "-save0x10"}, "Unknown symbol after first address."},
+      {{"-saveas", "out.bin", "-savez"}, decimal + " after option \"-save\"."},
+      {{"-saveas", "out.bin", "-save1,"}, decimal + " after ',' for option \"-save\"."},
+      {{"-saveas", "out.c", "-save", "1,2"}, decimal + " after option \"-save\"."},
+      {{"-pellamlog"}, "Missing command line parameter after option \"-pellamlog\"."},
+      {{"-tarlolog"}, "Missing command line parameter after option \"-tarlolog\"."},
+      {{"-readrange"}, "Missing command line parameter after option \"-readrange\"."},
+      {{"-readrange0x10"}, "Missing ',' after first address."},
+      {{"-readrange0x10, "}, "Missing end address after ','."},
+      {{"-readrange0x10,g"}, decimal + " as second address parameter after option \"-readrange\"."},
+      {{"-readrangeg"}, decimal + " after option \"-readrange\"."},
+      {{"-readrange", "0x1000,0x1FFF"}, decimal + " after option \"-readrange\"."},
+      {{"-readrange", "0X1000-0x1FFF"}, decimal + " after option \"-readrange\"."},
+      {{"-select"}, "Missing command line parameter after option \"-select\"."},
+      {{"-select", "USB=zz"}, decimal + " after option \"-select USB=\"."},
+      {{"-select", "COM1"}, "Invalid value for option \"-select\" found."},
+      {{"-select", "USB123"}, "Invalid value for option \"-select\" found."},
+      {{"-speed"}, "Missing command line parameter after option \"-speed\"."},
+      {{"-speedfast"}, decimal + " after option \"-speed\"."},
+      {{"-verbose"}, "Missing command line parameter after option \"-verbose\"."},
+      {{"-verbose", "0x"}, hex + " after option \"-verbose\"."},
+  };
+  for (const Case& c : cases) {
+    TempDir dir;
+    std::vector<std::string> args = {"-pellamlogbefore.log"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    args.push_back("-pellamlogafter.log");
+    const RunResult r = Run(dir, args);
+    const std::string label = c.args[0] + (c.args.size() > 1 ? " " + c.args[1] : "");
+    EXPECT_EQ(r.exitStatus, 255) << label << "\n" << r.out;
+    EXPECT_TRUE(Contains(r.out, "ERROR: " + c.message + "\n")) << label << "\n" << r.out;
+    EXPECT_TRUE(dir.exists("before.log")) << label;
+    EXPECT_FALSE(dir.exists("after.log")) << label;
+  }
+}
+
+TEST(CommandLine, UnknownArgumentIsOnlyAWarning) {
+  TempDir dir;
+  const RunResult r = Run(dir, {"-bogus", "-pellamlogafter.log", "-Verify2", "-connectx"});
+  EXPECT_EQ(r.exitStatus, 0) << r.out;
+  EXPECT_TRUE(Contains(r.out, "WARNING: Unknown command line parameter -bogus found.\n")) << r.out;
+  EXPECT_TRUE(Contains(r.out, "WARNING: Unknown command line parameter -Verify2 found.\n")) << r.out;
+  EXPECT_TRUE(Contains(r.out, "WARNING: Unknown command line parameter -connectx found.\n")) << r.out;
+  EXPECT_TRUE(dir.exists("after.log"));
+}
+
+TEST(CommandLine, PellamLogIsCreatedEmpty) {
+  TempDir dir;
+  dir.write("old.log", "previous contents");
+  const RunResult r = Run(dir, {"-pellamlog", "old.log", "-PellamLog new.log", "-help"});
+  EXPECT_EQ(r.exitStatus, 0) << r.out;
+  ASSERT_TRUE(dir.exists("old.log"));
+  EXPECT_EQ(dir.read("old.log"), "");
+  // The glued form skips the blank after the option name.
+  ASSERT_TRUE(dir.exists("new.log"));
+  struct stat st;
+  ASSERT_EQ(stat(dir.file("new.log").c_str(), &st), 0);
+  EXPECT_EQ(st.st_size, 0);
+  const mode_t mask = umask(0);
+  umask(mask);
+  EXPECT_EQ(st.st_mode & 0777, 0644u & ~mask);
+}
+
+// A glued name may have 256 characters, not 257 (the 257th makes it a
+// missing parameter).
+TEST(CommandLine, GluedNameLengthLimit) {
+  TempDir dir;
+  std::filesystem::create_directory(dir.file("d"));
+  const std::string name256 = "d/" + std::string(250, 'n') + ".log";
+  ASSERT_EQ(name256.size(), 256u);
+  RunResult r = Run(dir, {"-pellamlog" + name256});
+  EXPECT_EQ(r.exitStatus, 0) << r.out;
+  EXPECT_TRUE(dir.exists(name256));
+
+  const std::string name257 = "d/" + std::string(251, 'm') + ".log";
+  r = Run(dir, {"-pellamlog" + name257});
+  EXPECT_EQ(r.exitStatus, 255);
+  EXPECT_TRUE(Contains(r.out, "CMDLINE_GetString: String to long\r\n")) << r.out;
+  EXPECT_TRUE(Contains(r.out, "ERROR: Missing command line parameter after option \"-pellamlog\".\n"));
+  EXPECT_FALSE(dir.exists(name257));
+
+  // At verbosity 0 the parser's own message is hidden; the error is not.
+  r = Run(dir, {"-verbose0", "-pellamlog" + name257});
+  EXPECT_EQ(r.exitStatus, 255);
+  EXPECT_FALSE(Contains(r.out, "String to long"));
+  EXPECT_TRUE(Contains(r.out, "ERROR: Missing command line parameter after option \"-pellamlog\".\n"));
+
+  // The separate form takes the whole argument.
+  r = Run(dir, {"-pellamlog", name257});
+  EXPECT_EQ(r.exitStatus, 0) << r.out;
+  EXPECT_TRUE(dir.exists(name257));
+}
+
+TEST(CommandLine, QuotedGluedNamesMayContainCommas) {
+  TempDir dir;
+  const RunResult r = Run(dir, {"-pellamlog\"a,b.log\"", "-pellamlog c,d.log", "-tarlolog \"x y\""});
+  EXPECT_EQ(r.exitStatus, 0) << r.out;
+  EXPECT_TRUE(dir.exists("a,b.log"));
+  EXPECT_TRUE(dir.exists("c"));          // unquoted: the name ends at the comma
+  EXPECT_FALSE(dir.exists("c,d.log"));
+}
+
+TEST(CommandLine, ConnectionSelectionsAreAccepted) {
+  const std::vector<std::vector<std::string>> cases = {
+      {"-usb3"}, {"-usb4"}, {"-usb0x10"}, {"-usb0X10"}, {"-usb"}, {"-USB12345"},
+      {"-ip10.0.0.1"}, {"-ip"}, {"-select", "USB"}, {"-select", "usb = 123456"},
+      {"-select", "IP"}, {"-select", "IP="}, {"-select", "ip=probe.local"},
+      {"-speed4000"}, {"-speed", "0x100"}, {"-verbose20"}, {"-verbose", "0"},
+  };
+  for (const auto& args : cases) {
+    TempDir dir;
+    const RunResult r = Run(dir, args);
+    EXPECT_EQ(r.exitStatus, 0) << args[0] << "\n" << r.out;
+    EXPECT_FALSE(Contains(r.out, "ERROR:")) << args[0] << "\n" << r.out;
+    EXPECT_FALSE(Contains(r.out, "WARNING:")) << args[0] << "\n" << r.out;
+  }
+}
+
+TEST(CommandLine, VerbosityIsClampedToNine) {
+  TempDir dir;
+  const RunResult v20 = Run(dir, {"-verbose20", "-open", "missing.hex", "-connect"});
+  const RunResult v9 = Run(dir, {"-verbose9", "-open", "missing.hex", "-connect"});
+  EXPECT_EQ(v20.exitStatus, v9.exitStatus);
+  EXPECT_EQ(WithoutTimings(v20.out), WithoutTimings(v9.out));
+}
+
+TEST(CommandLine, VerbosityZeroSilencesTheLogButNotTheExitStatus) {
+  TempDir dir;
+  const RunResult quiet = Run(dir, {"-verbose0", "-open", "missing.hex"});
+  EXPECT_EQ(quiet.exitStatus, 1) << quiet.out;
+  EXPECT_FALSE(Contains(quiet.out, "ERROR:")) << quiet.out;
+  EXPECT_FALSE(Contains(quiet.out, "missing.hex")) << quiet.out;
+
+  const RunResult normal = Run(dir, {"-open", "missing.hex"});
+  EXPECT_EQ(normal.exitStatus, 1) << normal.out;
+  EXPECT_TRUE(Contains(normal.out, "ERROR:")) << normal.out;
+}
+
+// The exit status is that of the last top-level operation.
+TEST(CommandLine, ExitStatusFollowsTheLastOperation) {
+  TempDir dir;
+  dir.write("ok.bin", std::string("\x01\x02\x03\x04", 4));
+  RunResult r = Run(dir, {"-open", "missing.hex", "-open", "ok.bin", "0x100"});
+  EXPECT_EQ(r.exitStatus, 0) << r.out;
+  r = Run(dir, {"-openok.bin,0x100", "-open", "missing.hex"});
+  EXPECT_EQ(r.exitStatus, 1) << r.out;
+}
+
+TEST(CommandLine, QuotedBinaryNameWithBaseAddress) {
+  TempDir dir;
+  dir.write("x,y.bin", std::string(16, '\x5A'));
+  const RunResult r = Run(dir, {"-open\"x,y.bin\" , 0x1000", "-saveas", "out.bin"});
+  EXPECT_EQ(r.exitStatus, 0) << r.out;
+  EXPECT_EQ(dir.read("out.bin"), std::string(16, '\x5A'));
+}
+
+// Both range forms read the same range; only the separators differ.
+TEST(CommandLine, ReadRangeForms) {
+  TempDir dir;
+  const RunResult glued = Run(dir, {"-readrange0x1000, 0x1FFF"});
+  const RunResult separate = Run(dir, {"-readrange", "0x1000-0x1FFF"});
+  const RunResult blank = Run(dir, {"-readrange", "0x1000 0x1FFF"});
+  EXPECT_NE(glued.exitStatus, 255) << glued.out;
+  EXPECT_EQ(glued.exitStatus, separate.exitStatus);
+  EXPECT_EQ(glued.exitStatus, blank.exitStatus);
+  EXPECT_EQ(WithoutTimings(glued.out), WithoutTimings(separate.out));
+  EXPECT_EQ(WithoutTimings(glued.out), WithoutTimings(blank.out));
+}
+
+}  // namespace
