@@ -1,0 +1,490 @@
+// Platform layer: mutex and event tables across threads, clocks, files with
+// flags and locks between processes, home expansion, path splitting.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sys/sys.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+long MsSince(Clock::time_point t0) {
+  return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - t0).count());
+}
+
+class TempPath {
+ public:
+  TempPath() {
+    char tmpl[] = "/tmp/pellam-sys-XXXXXX";
+    path_ = mkdtemp(tmpl);
+  }
+  ~TempPath() {
+    std::error_code ec;
+    fs::remove_all(path_, ec);
+  }
+  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+  const std::string& str() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+// Sets an environment variable for one scope.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const char* value) : name_(name) {
+    const char* old = getenv(name);
+    if (old != nullptr) {
+      had_ = true;
+      old_ = old;
+    }
+    if (value != nullptr) {
+      setenv(name, value, 1);
+    } else {
+      unsetenv(name);
+    }
+  }
+  ~ScopedEnv() {
+    if (had_) {
+      setenv(name_, old_.c_str(), 1);
+    } else {
+      unsetenv(name_);
+    }
+  }
+
+ private:
+  const char* name_;
+  bool had_ = false;
+  std::string old_;
+};
+
+void WriteFile(const std::string& path, const std::string& text) {
+  int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  close(fd);
+}
+
+// Runs `body` in a child process and returns its exit status.
+template <typename F>
+int InChild(F body) {
+  pid_t pid = fork();
+  if (pid == 0) {
+    _exit(body());
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// ---------------------------------------------------------------- time
+
+// Kept first: nothing before it may have asked for the tick count.
+TEST(SysTime, TickCountStartsAtZeroAndAdvances) {
+  EXPECT_EQ(SYS_GetTickCount(), 0u);
+  EXPECT_EQ(SYS_GetTimeUs(), 0u);
+  SYS_Sleep(30);
+  uint32_t t = SYS_GetTickCount();
+  EXPECT_GE(t, 30u);
+  EXPECT_LT(t, 2000u);
+  uint64_t us = SYS_GetTimeUs();
+  EXPECT_GE(us, 30000u);
+  EXPECT_LE(SYS_GetTimeUsRel(us), 1000000u);
+  uint32_t a = SYS_GetTickCountAbs();
+  EXPECT_LE(SYS_GetTickCountAbs() - a, 1000u);
+}
+
+TEST(SysTime, Calendar) {
+  SYS_GetUTCTime(nullptr);  // ignored
+  SYS_GetLocalTime(nullptr);
+  SYS_DATETIME t{};
+  time_t now = time(nullptr);
+  SYS_GetUTCTime(&t);
+  tm parts{};
+  gmtime_r(&now, &parts);
+  EXPECT_EQ(t.year, parts.tm_year + 1900);
+  EXPECT_EQ(t.month, parts.tm_mon + 1);
+  EXPECT_EQ(t.day, parts.tm_mday);
+  EXPECT_EQ(t.milliseconds, 0);
+  EXPECT_LE(t.hour, 23);
+}
+
+// ---------------------------------------------------------------- mutexes
+
+TEST(SysMutex, RecursiveAndTimedAcrossThreads) {
+  SYS_HMUTEX m = SYS_CreateMutex("image");
+  ASSERT_NE(m, nullptr);
+  // The owner may take it again; each take needs its release.
+  ASSERT_EQ(SYS_WaitForMutex(m, 0), 0);
+  ASSERT_EQ(SYS_WaitForMutex(m, SYS_INFINITE), 0);
+  SYS_LockMutex(m);
+
+  std::atomic<int> zeroWait{-2}, timedWait{-2}, releaseByOther{-2};
+  std::atomic<long> timedMs{0};
+  std::thread other([&] {
+    zeroWait = SYS_WaitForMutex(m, 0);
+    auto t0 = Clock::now();
+    timedWait = SYS_WaitForMutex(m, 150);
+    timedMs = MsSince(t0);
+    releaseByOther = SYS_ReleaseMutex(m);  // not the owner
+  });
+  other.join();
+  EXPECT_EQ(zeroWait, SYS_WAIT_TIMEOUT);
+  EXPECT_EQ(timedWait, SYS_WAIT_TIMEOUT);
+  EXPECT_GE(timedMs, 140);
+  EXPECT_LT(timedMs, 2000);
+  EXPECT_EQ(releaseByOther, 1);
+
+  // Released twice of three: still held.
+  EXPECT_EQ(SYS_ReleaseMutex(m), 0);
+  EXPECT_EQ(SYS_ReleaseMutex(m), 0);
+  std::thread stillHeld([&] { zeroWait = SYS_WaitForMutex(m, 0); });
+  stillHeld.join();
+  EXPECT_EQ(zeroWait, SYS_WAIT_TIMEOUT);
+
+  // A waiter without limit gets it as soon as the last release happens.
+  std::atomic<bool> got{false};
+  std::thread waiter([&] {
+    if (SYS_WaitForMutex(m, SYS_INFINITE) == 0) {
+      got = true;
+      SYS_ReleaseMutex(m);
+    }
+  });
+  SYS_Sleep(50);
+  EXPECT_FALSE(got);
+  EXPECT_EQ(SYS_ReleaseMutex(m), 0);
+  waiter.join();
+  EXPECT_TRUE(got);
+
+  SYS_CloseMutex(&m);
+  EXPECT_EQ(m, nullptr);
+}
+
+TEST(SysMutex, TableHas64EntriesAndReusesTheFirstFree) {
+  std::vector<SYS_HMUTEX> all;
+  for (int i = 0; i < 100; ++i) {
+    SYS_HMUTEX h = SYS_CreateMutex(nullptr);
+    if (h == nullptr) {
+      break;
+    }
+    all.push_back(h);
+  }
+  ASSERT_EQ(all.size(), 64u);
+  EXPECT_EQ(SYS_CreateMutex("65th"), nullptr);
+  SYS_HMUTEX freed = all[10];
+  SYS_CloseMutex(&all[10]);
+  SYS_CloseMutex(&all[20]);
+  SYS_HMUTEX again = SYS_CreateMutex("again");
+  EXPECT_EQ(again, freed);
+  all[10] = again;
+  for (SYS_HMUTEX& h : all) {
+    if (h != nullptr) SYS_CloseMutex(&h);
+  }
+}
+
+TEST(SysMutex, InvalidHandles) {
+  EXPECT_EQ(SYS_WaitForMutex(nullptr, 10), -1);
+  EXPECT_EQ(SYS_ReleaseMutex(nullptr), 1);
+  SYS_CloseMutex(nullptr);
+  SYS_HMUTEX none = nullptr;
+  SYS_CloseMutex(&none);
+  SYS_HMUTEX m = SYS_CreateMutex("x");
+  SYS_HMUTEX stale = m;
+  SYS_CloseMutex(&m);
+  EXPECT_EQ(SYS_WaitForMutex(stale, 10), -1);
+  EXPECT_EQ(SYS_ReleaseMutex(stale), 1);
+  SYS_CloseMutex(&stale);  // not in use: left as it is
+  EXPECT_NE(stale, nullptr);
+}
+
+// ---------------------------------------------------------------- events
+
+TEST(SysEvent, AutoResetAndTimeout) {
+  EXPECT_EQ(SYS_CreateEvent(1, 0), -1);
+  EXPECT_EQ(SYS_WaitForEvent(-1, 0), -1);
+  SYS_HEVENT e = SYS_CreateEvent(0, 0);
+  ASSERT_NE(e, -1);
+  EXPECT_EQ(SYS_WaitForEvent(e, 0), SYS_WAIT_TIMEOUT);
+  SYS_SetEvent(e);
+  SYS_SetEvent(e);  // set twice: still only one wait satisfied
+  EXPECT_EQ(SYS_WaitForEvent(e, 0), 0);
+  auto t0 = Clock::now();
+  EXPECT_EQ(SYS_WaitForEvent(e, 100), SYS_WAIT_TIMEOUT);
+  EXPECT_GE(MsSince(t0), 90);
+
+  std::atomic<int> r{-2};
+  std::thread waiter([&] { r = SYS_WaitForEvent(e, SYS_INFINITE); });
+  SYS_Sleep(30);
+  SYS_SetEvent(e);
+  waiter.join();
+  EXPECT_EQ(r, 0);
+  SYS_CloseEvent(e);
+  EXPECT_EQ(SYS_WaitForEvent(e, 0), -1);
+
+  SYS_HEVENT pre = SYS_CreateEvent(0, 1);
+  EXPECT_EQ(SYS_WaitForEvent(pre, 0), 0);
+  SYS_CloseEvent(pre);
+}
+
+// ---------------------------------------------------------------- files
+
+TEST(SysFile, WriteLockBetweenProcesses) {
+  TempPath dir;
+  const std::string path = dir / "locked.bin";
+  WriteFile(path, "data");
+  int fd = SYS_FILE_Open(path.c_str(), SYS_FILE_FLAG_WRITE, 0, 0);
+  ASSERT_GE(fd, 0);
+  // Another process asking for exclusive write is refused; one that lets
+  // others read takes no lock and gets the file; readers always do.
+  EXPECT_EQ(InChild([&] { return SYS_FILE_OpenSimple(path.c_str(), SYS_FILE_FLAG_WRITE) < 0 ? 0 : 1; }), 0);
+  EXPECT_EQ(InChild([&] { return SYS_FILE_OpenSimple(path.c_str(), SYS_FILE_WRITE_FLAGS) >= 0 ? 0 : 1; }), 0);
+  EXPECT_EQ(InChild([&] { return SYS_FILE_OpenSimple(path.c_str(), SYS_FILE_READ_FLAGS) >= 0 ? 0 : 1; }), 0);
+  SYS_FILE_Close(fd);
+  EXPECT_EQ(InChild([&] { return SYS_FILE_OpenSimple(path.c_str(), SYS_FILE_FLAG_WRITE) >= 0 ? 0 : 1; }), 0);
+}
+
+TEST(SysFile, RetriesWaitBetweenAttempts) {
+  TempPath dir;
+  const std::string missing = dir / "missing";
+  auto t0 = Clock::now();
+  EXPECT_EQ(SYS_FILE_Open(missing.c_str(), SYS_FILE_READ_FLAGS, 3, 100), -1);
+  long ms = MsSince(t0);
+  EXPECT_GE(ms, 295);  // three sleeps between four attempts
+  EXPECT_LT(ms, 1500);
+  EXPECT_EQ(SYS_GetLastError(), ENOENT);
+
+  // The file appearing during the retries is picked up.
+  std::thread maker([&] {
+    SYS_Sleep(120);
+    WriteFile(missing, "x");
+  });
+  int fd = SYS_FILE_Open(missing.c_str(), SYS_FILE_READ_FLAGS, 10, 50);
+  maker.join();
+  EXPECT_GE(fd, 0);
+  SYS_FILE_Close(fd);
+}
+
+TEST(SysFile, CreationFlags) {
+  TempPath dir;
+  const std::string path = dir / "f.txt";
+  // No create bit: a missing file stays missing.
+  EXPECT_EQ(SYS_FILE_OpenSimple(path.c_str(), SYS_FILE_FLAG_WRITE), -1);
+  int fd = SYS_FILE_OpenSimple(path.c_str(), SYS_FILE_WRITE_FLAGS);
+  ASSERT_GE(fd, 0);
+  EXPECT_EQ(SYS_FILE_Write(fd, "hello", 5), 5);
+  SYS_FILE_Close(fd);
+  struct stat st;
+  ASSERT_EQ(stat(path.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0644u);
+
+  // Exclusive create refuses an existing file.
+  EXPECT_EQ(SYS_FILE_OpenSimple(path.c_str(), SYS_FILE_FLAG_WRITE | SYS_FILE_FLAG_CREATE | SYS_FILE_FLAG_EXCL), -1);
+  // Append positions at the end; read-write without truncation keeps the data.
+  fd = SYS_FILE_OpenSimple(path.c_str(), 3 | SYS_FILE_FLAG_APPEND);
+  ASSERT_GE(fd, 0);
+  EXPECT_EQ(SYS_FILE_Write(fd, "!", 1), 1);
+  EXPECT_EQ(lseek(fd, 0, SEEK_CUR), 6);
+  SYS_FILE_Close(fd);
+
+  fd = SYS_FILE_OpenSimple(path.c_str(), SYS_FILE_READ_FLAGS);
+  ASSERT_GE(fd, 0);
+  char buf[16] = {};
+  EXPECT_EQ(SYS_FILE_Read(fd, buf, 2), 2);
+  EXPECT_EQ(SYS_FILE_GetSize(fd), 6u);
+  EXPECT_EQ(lseek(fd, 0, SEEK_CUR), 2);  // size query leaves the position
+  EXPECT_EQ(SYS_FILE_Read(fd, buf + 2, 10), 4);
+  EXPECT_STREQ(buf, "hello!");
+  EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
+  SYS_FILE_Close(fd);
+
+  // Truncate alone empties an existing file.
+  fd = SYS_FILE_OpenSimple(path.c_str(), SYS_FILE_FLAG_WRITE | SYS_FILE_FLAG_SHARE_READ | SYS_FILE_FLAG_TRUNC);
+  ASSERT_GE(fd, 0);
+  EXPECT_EQ(SYS_FILE_GetSize(fd), 0u);
+  SYS_FILE_Close(fd);
+
+  EXPECT_EQ(SYS_FILE_Exists(path.c_str()), 1);
+  EXPECT_EQ(SYS_FILE_Exists((dir / "nope").c_str()), 0);
+  EXPECT_EQ(SYS_FILE_IsReadOnly(path.c_str()), 0);
+  chmod(path.c_str(), 0444);
+  EXPECT_EQ(SYS_FILE_IsReadOnly(path.c_str()), 1);
+  EXPECT_EQ(SYS_FILE_IsReadOnly(dir.str().c_str()), 0);
+  EXPECT_EQ(SYS_FILE_IsReadOnly((dir / "nope").c_str()), -1);
+  EXPECT_EQ(SYS_FILE_IsReadOnly(nullptr), 0);
+}
+
+TEST(SysFile, OpenExExpandsHomeAndMakesDirectories) {
+  TempPath home;
+  ScopedEnv env("HOME", home.str().c_str());
+  int fd = SYS_FILE_OpenEx("~/one/two/file.cfg", SYS_FILE_WRITE_FLAGS);
+  ASSERT_GE(fd, 0);
+  SYS_FILE_Close(fd);
+  EXPECT_TRUE(fs::is_regular_file(home / "one/two/file.cfg"));
+  // Without the create bit no directory is made.
+  EXPECT_EQ(SYS_FILE_OpenEx("~/three/file.cfg", SYS_FILE_READ_FLAGS), -1);
+  EXPECT_FALSE(fs::exists(home / "three"));
+  EXPECT_EQ(SYS_FILE_OpenEx("", SYS_FILE_WRITE_FLAGS), -1);
+
+  char cfg[512];
+  ASSERT_EQ(SYS_GetConfigDir(cfg, sizeof cfg), 0);
+  EXPECT_EQ(std::string(cfg), home / ".config/Valmik");
+  EXPECT_TRUE(fs::is_directory(cfg));
+  {
+    ScopedEnv noHome("HOME", nullptr);
+    EXPECT_EQ(SYS_GetConfigDir(cfg, sizeof cfg), -1);
+  }
+}
+
+TEST(SysFile, CreateDirRecursiveFollowsLinks) {
+  TempPath dir;
+  fs::create_directory(dir / "real");
+  fs::create_symlink("real", dir / "link");
+  EXPECT_EQ(SYS_CreateDirRecursive((dir / "link/a/b/").c_str()), 0);
+  EXPECT_TRUE(fs::is_directory(dir / "real/a/b"));
+  EXPECT_EQ(SYS_CreateDirRecursive((dir / "link").c_str()), 0);
+  WriteFile(dir / "file", "x");
+  EXPECT_EQ(SYS_CreateDirRecursive((dir / "file").c_str()), -1);
+  EXPECT_EQ(SYS_CreateDirRecursive((dir / "file/sub").c_str()), -1);
+  // Deeper than the recursion allows.
+  std::string deep = dir.str();
+  for (int i = 0; i < 130; ++i) deep += "/d";
+  EXPECT_EQ(SYS_CreateDirRecursive(deep.c_str()), -1);
+}
+
+// ---------------------------------------------------------------- paths
+
+TEST(SysPath, Split) {
+  struct Case {
+    const char* path;
+    const char* dir;
+    const char* name;
+    const char* ext;
+  } cases[] = {
+      {"/home/u/app.hex", "/home/u", "app", ".hex"},
+      {"app.tar.gz", "", "app.tar", ".gz"},
+      {".bashrc", "", ".bashrc", ""},           // the only dot starts the name
+      {"dir/.hidden", "dir", ".hidden", ""},
+      {"my.dir/file", "my.dir", "file", ""},    // a dot in a directory is no extension
+      {"/file", "", "file", ""},
+      {"noext", "", "noext", ""},
+      {"a/b/", "a/b", "", ""},
+      {"", "", "", ""},
+  };
+  for (const Case& c : cases) {
+    char drive[3] = "x", dir[256], name[256], ext[256];
+    SYS_SplitPath(c.path, drive, sizeof drive, dir, sizeof dir, name, sizeof name, ext, sizeof ext);
+    EXPECT_STREQ(drive, "") << c.path;
+    EXPECT_STREQ(dir, c.dir) << c.path;
+    EXPECT_STREQ(name, c.name) << c.path;
+    EXPECT_STREQ(ext, c.ext) << c.path;
+  }
+  // Null part buffers are skipped.
+  char name[16];
+  SYS_SplitPath("/x/y.z", nullptr, 0, nullptr, 0, name, sizeof name, nullptr, 0);
+  EXPECT_STREQ(name, "y");
+
+  char out[8];
+  SYS_GetFileName("/p/board.pellam", out, sizeof out);
+  EXPECT_STREQ(out, "board");
+  SYS_GetFileExt("/p/board.pellam", out, sizeof out);
+  EXPECT_STREQ(out, ".pellam");
+  SYS_GetFileName("/p/averylongname.x", out, sizeof out);
+  EXPECT_STREQ(out, "");  // does not fit
+}
+
+TEST(SysPath, MakePath) {
+  char out[32];
+  SYS_MakePath(out, sizeof out, "/a", "b.bin");
+  EXPECT_STREQ(out, "/a/b.bin");
+  SYS_MakePath(out, sizeof out, "/a/", "b.bin");
+  EXPECT_STREQ(out, "/a/b.bin");
+  SYS_MakePath(out, sizeof out, "", "b.bin");
+  EXPECT_STREQ(out, "b.bin");
+  SYS_MakePath(out, 6, "/abc", "def");
+  EXPECT_STREQ(out, "/abc/");
+}
+
+TEST(SysPath, OwnModule) {
+  char path[512];
+  char dir[512];
+  SYS_GetModulePath(path, sizeof path);
+  EXPECT_EQ(std::string(path), fs::read_symlink("/proc/self/exe").string());
+  SYS_GetModuleDir(dir, sizeof dir);
+  // The directory may be relative to the working directory (as the program
+  // was started), but it names the program's real directory.
+  std::string d = dir;
+  ASSERT_FALSE(d.empty());
+  EXPECT_EQ(d.back(), '/');
+  EXPECT_TRUE(fs::equivalent(d, fs::path(path).parent_path())) << d;
+}
+
+// ---------------------------------------------------------------- memory
+
+TEST(SysAlloc, GuardedBlocks) {
+  void* p = SYS_Alloc(16);
+  ASSERT_NE(p, nullptr);
+  p = SYS_Realloc(p, 64);
+  ASSERT_NE(p, nullptr);
+  SYS_Free(p);
+  SYS_Free(nullptr);
+
+  EXPECT_EQ(SYS_CheckGuarded(nullptr), 0);
+  auto* g = static_cast<uint8_t*>(SYS_AllocGuarded(10));
+  ASSERT_NE(g, nullptr);
+  for (int i = 0; i < 10; ++i) g[i] = 0xCE ^ 1;
+  EXPECT_EQ(SYS_CheckGuarded(g), 0);
+  g[10] = 0;  // one byte past the end
+  EXPECT_EQ(SYS_CheckGuarded(g), -1);
+  g[10] = 0xCE;
+  EXPECT_EQ(SYS_CheckGuarded(g), 0);
+  SYS_FreeGuarded(g);
+}
+
+TEST(SysConsole, WritesWholeBufferUnbuffered) {
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  int saved = dup(1);
+  dup2(fds[1], 1);
+  SYS_ConsoleWrite("first\n", 6);
+  SYS_ConsoleWrite("ignored", 0);
+  SYS_ConsoleWrite(nullptr, 5);
+  SYS_ConsoleWrite("second\n", 7);
+  dup2(saved, 1);
+  close(saved);
+  close(fds[1]);
+  char buf[64] = {};
+  ssize_t n = read(fds[0], buf, sizeof buf - 1);
+  close(fds[0]);
+  EXPECT_EQ(n, 13);
+  EXPECT_STREQ(buf, "first\nsecond\n");
+}
+
+TEST(SysInit, DebugLevelFromEnvironment) {
+  ScopedEnv env("SYS_DEBUG_LEVEL", "3");
+  SYS_Init(0);
+  EXPECT_EQ(SYS_GetDebugLevel(), 3);
+  // Traces at every level are produced and discarded without output.
+  SYS_HMUTEX m = SYS_CreateMutex(nullptr);
+  EXPECT_EQ(SYS_WaitForMutex(m, 5), 0);
+  EXPECT_EQ(SYS_ReleaseMutex(m), 0);
+  SYS_CloseMutex(&m);
+  SYS_Exit();
+}
+
+}  // namespace
