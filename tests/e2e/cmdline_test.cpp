@@ -37,7 +37,7 @@ const char kHelp[] =
     " -help                               Show list of commands\n"
     " -?                                  Show list of commands\n";
 
-RunResult Run(const TempDir& dir, const std::vector<std::string>& args) {
+RunResult RunIn(const TempDir& dir, const std::vector<std::string>& args) {
   return RunProgram(args, dir.path(), {"HOME=" + dir.path()});
 }
 
@@ -57,7 +57,7 @@ std::string WithoutTimings(const std::string& out) {
 
 TEST(CommandLine, NoArgumentsPrintsBannerAndHelp) {
   TempDir dir;
-  const RunResult r = Run(dir, {});
+  const RunResult r = RunIn(dir, {});
   EXPECT_EQ(r.exitStatus, 0);
   EXPECT_EQ(r.out.rfind("Valmik Pellam SPI V6.80 Command Line Version\r\nTarloARM.dll V", 0), 0u) << r.out;
   EXPECT_TRUE(Contains(r.out, " (DLL compiled ")) << r.out;
@@ -68,7 +68,7 @@ TEST(CommandLine, NoArgumentsPrintsBannerAndHelp) {
 TEST(CommandLine, HelpOptions) {
   TempDir dir;
   for (const char* option : {"-help", "-?", "?", "-HELP"}) {
-    const RunResult r = Run(dir, {option});
+    const RunResult r = RunIn(dir, {option});
     EXPECT_EQ(r.exitStatus, 0) << option;
     EXPECT_TRUE(Contains(r.out, kHelp)) << option;
   }
@@ -80,22 +80,23 @@ TEST(CommandLine, SyntaxErrorsStopTheWalk) {
   struct Case {
     std::vector<std::string> args;
     std::string message;
+    bool last = false;   // the error needs the option to end the line
   };
   const std::string decimal = "Expected an decimal digit (0-9)";
   const std::string hex = "Expected a hexadecimal digit (0-9, A-F) after hex specified \"0x\"";
   const Case cases[] = {
-      {{"-openprj"}, "Missing command line parameter after option \"-openprj\"."},
+      {{"-openprj"}, "Missing command line parameter after option \"-openprj\".", true},
       {{"-openprj\"\""}, "Missing command line parameter after option \"-openprj\"."},
       {{"-openprjboard.txt"}, "Wrong file extension after option \"-openprj\"."},
       {{"-OPENPRJ", "board"}, "Wrong file extension after option \"-openprj\"."},
-      {{"-open"}, "Missing command line parameter after option \"-open\"."},
-      {{"-OPEN"}, "Missing command line parameter after option \"-open\"."},
-      {{"-Open"}, "Missing command line parameter after option \"-open\"."},
+      {{"-open"}, "Missing command line parameter after option \"-open\".", true},
+      {{"-OPEN"}, "Missing command line parameter after option \"-open\".", true},
+      {{"-Open"}, "Missing command line parameter after option \"-open\".", true},
       {{"-opendata.bin"}, "Missing command line parameter after data file path."},
-      {{"-open", "data.bin"}, "Missing command line parameter after data file path."},
+      {{"-open", "data.bin"}, "Missing command line parameter after data file path.", true},
       {{"-opendata.bin,zz"}, decimal + " after ',' for option \"-open\"."},
       {{"-open", "data.BIN", "0xZ"}, hex + " after option \"-open\"."},
-      {{"-saveas"}, "Missing command line parameter after option \"-saveas\"."},
+      {{"-saveas"}, "Missing command line parameter after option \"-saveas\".", true},
       {{"-saveasout.bin"}, "Missing command line parameter after data file path."},
       {{"-saveasout.bin,q"}, decimal + " as SADDR for option \"-saveas\"."},
       {{"-saveasout.bin,0x10"}, "Missing second ',' after SADDR."},
@@ -106,30 +107,30 @@ TEST(CommandLine, SyntaxErrorsStopTheWalk) {
       {{"-saveas", "out.bin", "-savez"}, decimal + " after option \"-save\"."},
       {{"-saveas", "out.bin", "-save1,"}, decimal + " after ',' for option \"-save\"."},
       {{"-saveas", "out.c", "-save", "1,2"}, decimal + " after option \"-save\"."},
-      {{"-pellamlog"}, "Missing command line parameter after option \"-pellamlog\"."},
-      {{"-tarlolog"}, "Missing command line parameter after option \"-tarlolog\"."},
-      {{"-readrange"}, "Missing command line parameter after option \"-readrange\"."},
+      {{"-pellamlog"}, "Missing command line parameter after option \"-pellamlog\".", true},
+      {{"-tarlolog"}, "Missing command line parameter after option \"-tarlolog\".", true},
+      {{"-readrange"}, "Missing command line parameter after option \"-readrange\".", true},
       {{"-readrange0x10"}, "Missing ',' after first address."},
       {{"-readrange0x10, "}, "Missing end address after ','."},
       {{"-readrange0x10,g"}, decimal + " as second address parameter after option \"-readrange\"."},
       {{"-readrangeg"}, decimal + " after option \"-readrange\"."},
       {{"-readrange", "0x1000,0x1FFF"}, decimal + " after option \"-readrange\"."},
       {{"-readrange", "0X1000-0x1FFF"}, decimal + " after option \"-readrange\"."},
-      {{"-select"}, "Missing command line parameter after option \"-select\"."},
+      {{"-select"}, "Missing command line parameter after option \"-select\".", true},
       {{"-select", "USB=zz"}, decimal + " after option \"-select USB=\"."},
       {{"-select", "COM1"}, "Invalid value for option \"-select\" found."},
       {{"-select", "USB123"}, "Invalid value for option \"-select\" found."},
-      {{"-speed"}, "Missing command line parameter after option \"-speed\"."},
+      {{"-speed"}, "Missing command line parameter after option \"-speed\".", true},
       {{"-speedfast"}, decimal + " after option \"-speed\"."},
-      {{"-verbose"}, "Missing command line parameter after option \"-verbose\"."},
+      {{"-verbose"}, "Missing command line parameter after option \"-verbose\".", true},
       {{"-verbose", "0x"}, hex + " after option \"-verbose\"."},
   };
   for (const Case& c : cases) {
     TempDir dir;
     std::vector<std::string> args = {"-pellamlogbefore.log"};
     args.insert(args.end(), c.args.begin(), c.args.end());
-    args.push_back("-pellamlogafter.log");
-    const RunResult r = Run(dir, args);
+    if (!c.last) args.push_back("-pellamlogafter.log");
+    const RunResult r = RunIn(dir, args);
     const std::string label = c.args[0] + (c.args.size() > 1 ? " " + c.args[1] : "");
     EXPECT_EQ(r.exitStatus, 255) << label << "\n" << r.out;
     EXPECT_TRUE(Contains(r.out, "ERROR: " + c.message + "\n")) << label << "\n" << r.out;
@@ -140,7 +141,7 @@ TEST(CommandLine, SyntaxErrorsStopTheWalk) {
 
 TEST(CommandLine, UnknownArgumentIsOnlyAWarning) {
   TempDir dir;
-  const RunResult r = Run(dir, {"-bogus", "-pellamlogafter.log", "-Verify2", "-connectx"});
+  const RunResult r = RunIn(dir, {"-bogus", "-pellamlogafter.log", "-Verify2", "-connectx"});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_TRUE(Contains(r.out, "WARNING: Unknown command line parameter -bogus found.\n")) << r.out;
   EXPECT_TRUE(Contains(r.out, "WARNING: Unknown command line parameter -Verify2 found.\n")) << r.out;
@@ -151,7 +152,7 @@ TEST(CommandLine, UnknownArgumentIsOnlyAWarning) {
 TEST(CommandLine, PellamLogIsCreatedEmpty) {
   TempDir dir;
   dir.write("old.log", "previous contents");
-  const RunResult r = Run(dir, {"-pellamlog", "old.log", "-PellamLog new.log", "-help"});
+  const RunResult r = RunIn(dir, {"-pellamlog", "old.log", "-PellamLog new.log", "-help"});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   ASSERT_TRUE(dir.exists("old.log"));
   EXPECT_EQ(dir.read("old.log"), "");
@@ -172,32 +173,32 @@ TEST(CommandLine, GluedNameLengthLimit) {
   std::filesystem::create_directory(dir.file("d"));
   const std::string name256 = "d/" + std::string(250, 'n') + ".log";
   ASSERT_EQ(name256.size(), 256u);
-  RunResult r = Run(dir, {"-pellamlog" + name256});
+  RunResult r = RunIn(dir, {"-pellamlog" + name256});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_TRUE(dir.exists(name256));
 
   const std::string name257 = "d/" + std::string(251, 'm') + ".log";
-  r = Run(dir, {"-pellamlog" + name257});
+  r = RunIn(dir, {"-pellamlog" + name257});
   EXPECT_EQ(r.exitStatus, 255);
   EXPECT_TRUE(Contains(r.out, "CMDLINE_GetString: String to long\r\n")) << r.out;
   EXPECT_TRUE(Contains(r.out, "ERROR: Missing command line parameter after option \"-pellamlog\".\n"));
   EXPECT_FALSE(dir.exists(name257));
 
   // At verbosity 0 the parser's own message is hidden; the error is not.
-  r = Run(dir, {"-verbose0", "-pellamlog" + name257});
+  r = RunIn(dir, {"-verbose0", "-pellamlog" + name257});
   EXPECT_EQ(r.exitStatus, 255);
   EXPECT_FALSE(Contains(r.out, "String to long"));
   EXPECT_TRUE(Contains(r.out, "ERROR: Missing command line parameter after option \"-pellamlog\".\n"));
 
   // The separate form takes the whole argument.
-  r = Run(dir, {"-pellamlog", name257});
+  r = RunIn(dir, {"-pellamlog", name257});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_TRUE(dir.exists(name257));
 }
 
 TEST(CommandLine, QuotedGluedNamesMayContainCommas) {
   TempDir dir;
-  const RunResult r = Run(dir, {"-pellamlog\"a,b.log\"", "-pellamlog c,d.log", "-tarlolog \"x y\""});
+  const RunResult r = RunIn(dir, {"-pellamlog\"a,b.log\"", "-pellamlog c,d.log", "-tarlolog \"x y\""});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_TRUE(dir.exists("a,b.log"));
   EXPECT_TRUE(dir.exists("c"));          // unquoted: the name ends at the comma
@@ -213,7 +214,7 @@ TEST(CommandLine, ConnectionSelectionsAreAccepted) {
   };
   for (const auto& args : cases) {
     TempDir dir;
-    const RunResult r = Run(dir, args);
+    const RunResult r = RunIn(dir, args);
     EXPECT_EQ(r.exitStatus, 0) << args[0] << "\n" << r.out;
     EXPECT_FALSE(Contains(r.out, "ERROR:")) << args[0] << "\n" << r.out;
     EXPECT_FALSE(Contains(r.out, "WARNING:")) << args[0] << "\n" << r.out;
@@ -222,20 +223,20 @@ TEST(CommandLine, ConnectionSelectionsAreAccepted) {
 
 TEST(CommandLine, VerbosityIsClampedToNine) {
   TempDir dir;
-  const RunResult v20 = Run(dir, {"-verbose20", "-open", "missing.hex", "-connect"});
-  const RunResult v9 = Run(dir, {"-verbose9", "-open", "missing.hex", "-connect"});
+  const RunResult v20 = RunIn(dir, {"-verbose20", "-open", "missing.hex", "-connect"});
+  const RunResult v9 = RunIn(dir, {"-verbose9", "-open", "missing.hex", "-connect"});
   EXPECT_EQ(v20.exitStatus, v9.exitStatus);
   EXPECT_EQ(WithoutTimings(v20.out), WithoutTimings(v9.out));
 }
 
 TEST(CommandLine, VerbosityZeroSilencesTheLogButNotTheExitStatus) {
   TempDir dir;
-  const RunResult quiet = Run(dir, {"-verbose0", "-open", "missing.hex"});
+  const RunResult quiet = RunIn(dir, {"-verbose0", "-open", "missing.hex"});
   EXPECT_EQ(quiet.exitStatus, 1) << quiet.out;
   EXPECT_FALSE(Contains(quiet.out, "ERROR:")) << quiet.out;
   EXPECT_FALSE(Contains(quiet.out, "missing.hex")) << quiet.out;
 
-  const RunResult normal = Run(dir, {"-open", "missing.hex"});
+  const RunResult normal = RunIn(dir, {"-open", "missing.hex"});
   EXPECT_EQ(normal.exitStatus, 1) << normal.out;
   EXPECT_TRUE(Contains(normal.out, "ERROR:")) << normal.out;
 }
@@ -244,16 +245,16 @@ TEST(CommandLine, VerbosityZeroSilencesTheLogButNotTheExitStatus) {
 TEST(CommandLine, ExitStatusFollowsTheLastOperation) {
   TempDir dir;
   dir.write("ok.bin", std::string("\x01\x02\x03\x04", 4));
-  RunResult r = Run(dir, {"-open", "missing.hex", "-open", "ok.bin", "0x100"});
+  RunResult r = RunIn(dir, {"-open", "missing.hex", "-open", "ok.bin", "0x100"});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
-  r = Run(dir, {"-openok.bin,0x100", "-open", "missing.hex"});
+  r = RunIn(dir, {"-openok.bin,0x100", "-open", "missing.hex"});
   EXPECT_EQ(r.exitStatus, 1) << r.out;
 }
 
 TEST(CommandLine, QuotedBinaryNameWithBaseAddress) {
   TempDir dir;
   dir.write("x,y.bin", std::string(16, '\x5A'));
-  const RunResult r = Run(dir, {"-open\"x,y.bin\" , 0x1000", "-saveas", "out.bin"});
+  const RunResult r = RunIn(dir, {"-open\"x,y.bin\" , 0x1000", "-saveas", "out.bin"});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_EQ(dir.read("out.bin"), std::string(16, '\x5A'));
 }
@@ -261,9 +262,9 @@ TEST(CommandLine, QuotedBinaryNameWithBaseAddress) {
 // Both range forms read the same range; only the separators differ.
 TEST(CommandLine, ReadRangeForms) {
   TempDir dir;
-  const RunResult glued = Run(dir, {"-readrange0x1000, 0x1FFF"});
-  const RunResult separate = Run(dir, {"-readrange", "0x1000-0x1FFF"});
-  const RunResult blank = Run(dir, {"-readrange", "0x1000 0x1FFF"});
+  const RunResult glued = RunIn(dir, {"-readrange0x1000, 0x1FFF"});
+  const RunResult separate = RunIn(dir, {"-readrange", "0x1000-0x1FFF"});
+  const RunResult blank = RunIn(dir, {"-readrange", "0x1000 0x1FFF"});
   EXPECT_NE(glued.exitStatus, 255) << glued.out;
   EXPECT_EQ(glued.exitStatus, separate.exitStatus);
   EXPECT_EQ(glued.exitStatus, blank.exitStatus);
