@@ -1,0 +1,84 @@
+// The binding against a library that lacks most functions. This test program
+// lives in a directory of its own beside that library, so the search finds
+// it there first.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "probe/probelib.h"
+#include "tests/unit/probe_test_util.h"
+
+namespace {
+
+TEST(ProbeFake, LibraryBesideTheProgramIsUsed) {
+  EXPECT_EQ(PROBELIB_Load(1), 0);
+  EXPECT_EQ(TARLOARM_GetDLLVersion(), 68054u);
+  EXPECT_STREQ(TARLOARM_GetCompileDateTime(), "Fake build");
+  // The handle is kept: a second load does not search again.
+  EXPECT_EQ(PROBELIB_TryLoad(), 0);
+  void* self = dlopen((std::string(PELLAM_FAKE_DIR) + "/libtarloarm.so").c_str(), RTLD_LAZY | RTLD_NOLOAD);
+  ASSERT_NE(self, nullptr);
+  EXPECT_EQ(PROBELIB_GetFunc("TARLOARM_GetDLLVersion"), dlsym(self, "TARLOARM_GetDLLVersion"));
+  dlclose(self);
+}
+
+TEST(ProbeFake, MissingFunctionIsReportedOnEveryCall) {
+  std::string out = CaptureStdout([] {
+    uint8_t in[2] = {0x55, 0x55};
+    EXPECT_EQ(TARLO_SPI_Transfer(nullptr, in, 16, TARLO_SPI_FLAG_WHOLE), 0);
+    EXPECT_EQ(TARLO_SPI_Transfer(nullptr, in, 16, TARLO_SPI_FLAG_WHOLE), 0);
+    EXPECT_EQ(in[0], 0x55);  // nothing was done
+  });
+  const std::string prefix = "Function not found: TARLO_SPI_Transfer (";
+  size_t first = out.find(prefix);
+  ASSERT_EQ(first, 0u) << out;
+  size_t second = out.find(prefix, first + 1);
+  ASSERT_NE(second, std::string::npos) << out;
+  EXPECT_EQ(out.substr(second - 3, 3), ").\n");
+  EXPECT_EQ(out.back(), '\n');
+  EXPECT_NE(out.find("TARLO_SPI_Transfer", first + prefix.size()), std::string::npos)
+      << "the loader's error text names the symbol";
+}
+
+TEST(ProbeFake, EveryMissingWrapperReturnsZeroOrNothing) {
+  std::string out = CaptureStdout([] {
+    TARLO_HW_STATUS hw{};
+    hw.VTarget = 1234;
+    uint32_t mask = 77;
+    char result[8] = "keep";
+    EXPECT_EQ(TARLOARM_ExecCommand("SilentUpdateFW", result, sizeof result), 0);
+    EXPECT_STREQ(result, "keep");
+    EXPECT_EQ(TARLOARM_EMU_SelectByUSBSN(123), 0);
+    EXPECT_EQ(TARLOARM_SelectIP("localhost", 0), 0);
+    EXPECT_EQ(TARLOARM_OpenEx(nullptr, nullptr), nullptr);
+    TARLOARM_TIF_GetAvailable(&mask);
+    EXPECT_EQ(mask, 77u);
+    EXPECT_EQ(TARLOARM_TIF_Select(5), 0);
+    EXPECT_EQ(TARLOARM_GetHWStatus(&hw), 0);
+    EXPECT_EQ(hw.VTarget, 1234);
+    EXPECT_EQ(TARLOARM_GetSN(), 0);
+    EXPECT_EQ(TARLO_GetpFunc(1), nullptr);
+    TARLOARM_SetErrorOutHandler(nullptr);
+    TARLOARM_SetLogFile(nullptr);
+    TARLOARM_SelectUSB(0);
+    TARLOARM_SetSpeed(4000);
+    TARLOARM_ClrRESET();
+    TARLOARM_SetRESET();
+    TARLOARM_SetTMS();
+    TARLOARM_ClrTMS();
+    TARLOARM_Close();
+    TARLO_INDICATOR_STATE st{};
+    TARLOARM_INDICATORS_SetState(1, &st);
+  });
+  for (const char* name :
+       {"TARLOARM_ExecCommand", "TARLOARM_EMU_SelectByUSBSN", "TARLOARM_SelectIP", "TARLOARM_OpenEx",
+        "TARLOARM_TIF_GetAvailable", "TARLOARM_TIF_Select", "TARLOARM_GetHWStatus", "TARLOARM_GetSN",
+        "TARLO_GetpFunc", "TARLOARM_SetErrorOutHandler", "TARLOARM_SetLogFile", "TARLOARM_SelectUSB",
+        "TARLOARM_SetSpeed", "TARLOARM_ClrRESET", "TARLOARM_SetRESET", "TARLOARM_SetTMS", "TARLOARM_ClrTMS",
+        "TARLOARM_Close", "TARLOARM_INDICATORS_SetState"}) {
+    EXPECT_NE(out.find(std::string("Function not found: ") + name + " ("), std::string::npos) << name;
+  }
+}
+
+}  // namespace
