@@ -1,0 +1,61 @@
+// Where the program looks for the probe library: beside its own file (links
+// followed), else the install directory; with none it stops at start-up.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+
+#include "tests/e2e/run_program.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool InstalledLibraryPresent() {
+  struct stat st;
+  return stat("/opt/Valmik/Tarlo/libtarloarm.so", &st) == 0 ||
+         stat("/opt/Valmik/Tarlo/libtarloarm.so.5", &st) == 0;
+}
+
+std::string CopyProgram(const TempDir& dir) {
+  const std::string copy = dir.file("pellam-spi");
+  fs::copy_file(PellamBinary(), copy);
+  return copy;
+}
+
+TEST(ProbeSearch, NoLibraryAnywhereEndsTheProgramAtStart) {
+  if (InstalledLibraryPresent()) GTEST_SKIP() << "a probe library is installed on this machine";
+  TempDir dir;
+  const std::string copy = CopyProgram(dir);
+  RunResult r = RunProgram({"-erasechip"}, dir.path(), {}, 60, copy);
+  EXPECT_EQ(r.exitStatus, 1);
+  const std::string msg = "Could not open Tarlo shared library. Exiting now.\n";
+  ASSERT_GE(r.out.size(), msg.size()) << r.out;
+  EXPECT_EQ(r.out.substr(r.out.size() - msg.size()), msg) << r.out;
+  EXPECT_EQ(r.out.find("TarloARM.dll"), std::string::npos) << r.out;
+}
+
+TEST(ProbeSearch, LinkToTheProgramFindsTheLibraryBesideTheRealFile) {
+  TempDir dir;
+  fs::create_symlink(PellamBinary(), dir.file("pellam-spi"));
+  // A chain with a relative step: link -> ./pellam-spi -> the real program.
+  fs::create_symlink("pellam-spi", dir.file("chained"));
+  for (const char* name : {"pellam-spi", "chained"}) {
+    RunResult r = RunProgram({}, dir.path(), {}, 60, dir.file(name));
+    EXPECT_EQ(r.exitStatus, 0) << name << "\n" << r.out;
+    EXPECT_NE(r.out.find("TarloARM.dll V"), std::string::npos) << name << "\n" << r.out;
+    EXPECT_EQ(r.out.find("Could not open Tarlo shared library"), std::string::npos) << r.out;
+  }
+}
+
+TEST(ProbeSearch, LibraryBesideTheProgramIsTakenFirst) {
+  TempDir dir;
+  const std::string copy = CopyProgram(dir);
+  fs::copy_file(PELLAM_FAKE_LIB, dir.file("libtarloarm.so"));
+  RunResult r = RunProgram({}, dir.path(), {}, 60, copy);
+  // The stand-in reports version 68054: 6.80 with the revision suffix "z28".
+  EXPECT_NE(StripCR(r.out).find("TarloARM.dll V6.80z28 (DLL compiled Fake build)\n"), std::string::npos) << r.out;
+}
+
+}  // namespace
