@@ -9,7 +9,7 @@ int CMDLINE_Execute(int argc, char** argv);
 
 // Reads a file name at *cursor (optionally in double quotes; outside quotes
 // it ends at a comma) into buffer. 0 on success, -1 when the name is empty or
-// too long (at most (bufferSize - 1) / 2 characters). Returns 0 and does
+// too long (at most bufferSize / 2 characters). Returns 0 and does
 // nothing when buffer is null or bufferSize is 0.
 int CMDLINE_GetString(const char** cursor, char* buffer, int bufferSize);
 
