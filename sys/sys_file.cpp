@@ -78,7 +78,9 @@ void PutPart(char* out, int size, std::string_view part) {
     out[0] = '\0';
     return;
   }
-  std::memcpy(out, part.data(), part.size());
+  if (!part.empty()) {
+    std::memcpy(out, part.data(), part.size());
+  }
   out[part.size()] = '\0';
 }
 
