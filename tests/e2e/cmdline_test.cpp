@@ -221,6 +221,28 @@ TEST(CommandLine, ConnectionSelectionsAreAccepted) {
   }
 }
 
+// The choice shows in the connect announcement (whether a probe answers or not).
+TEST(CommandLine, ConnectionChoiceReachesTheConnection) {
+  struct Case {
+    std::vector<std::string> args;
+    const char* announcement;
+  };
+  const Case cases[] = {
+      {{"-usb3", "-connect"}, "Connecting via USB to Tarlo device 3"},
+      {{"-usb4", "-connect"}, "Connecting via USB to Tarlo with SN 4"},
+      {{"-usb0x20", "-connect"}, "Connecting via USB to Tarlo with SN 32"},
+      {{"-select", "USB=0x1F", "-connect"}, "Connecting via USB to Tarlo with SN 31"},
+      {{"-select", "IP=", "-connect"}, "Connecting via TCP/IP to localhost"},
+      {{"-ip 10.1.2.3", "-connect"}, "Connecting via TCP/IP to 10.1.2.3"},
+  };
+  for (const Case& c : cases) {
+    TempDir dir;
+    const RunResult r = RunIn(dir, c.args);
+    EXPECT_NE(r.exitStatus, 255) << c.args[0];
+    EXPECT_TRUE(Contains(StripCR(r.out), std::string(c.announcement) + "\n")) << c.args[0] << "\n" << r.out;
+  }
+}
+
 TEST(CommandLine, VerbosityIsClampedToNine) {
   TempDir dir;
   const RunResult v20 = RunIn(dir, {"-verbose20", "-open", "missing.hex", "-connect"});
