@@ -4,6 +4,7 @@
 #include "util/util.h"
 
 #include <cstddef>
+#include <cstring>
 
 namespace {
 
@@ -29,6 +30,15 @@ struct Out {
       buf[len++] = *s++;
     }
   }
+  // Copies n characters in one go, as far as they fit.
+  void PutRun(const char* s, size_t n) {
+    size_t room = len + 1 < size ? static_cast<size_t>(size - 1 - len) : 0;
+    if (n > room) {
+      n = room;
+    }
+    std::memcpy(buf + len, s, n);
+    len += static_cast<int>(n);
+  }
 };
 
 // Writes an unsigned value with a minimum digit count (precision) and a
@@ -37,7 +47,12 @@ void PutNumber(Out& out, uint64_t value, unsigned base, bool upper, int width, i
   const char* digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
   char tmp[24];  // 2^64-1 has 20 decimal digits, 16 hex digits
   int n = 0;
-  if (base == 10 && value <= 0xFFFFFFFFu) {
+  if (base == 16) {
+    do {
+      tmp[n++] = digits[value & 15u];
+      value >>= 4;
+    } while (value != 0);
+  } else if (value <= 0xFFFFFFFFu) {
     // Values that fit in 32 bits take the cheaper 32-bit path.
     uint32_t v = static_cast<uint32_t>(value);
     do {
@@ -46,8 +61,8 @@ void PutNumber(Out& out, uint64_t value, unsigned base, bool upper, int width, i
     } while (v != 0);
   } else {
     do {
-      tmp[n++] = digits[value % base];
-      value /= base;
+      tmp[n++] = digits[value % 10u];
+      value /= 10u;
     } while (value != 0);
   }
   int numZeros = precision > n ? precision - n : 0;
@@ -85,11 +100,16 @@ char* UTIL_vsnprintf(char* buffer, int size, const char* format, va_list args) {
   }
   const char* p = format;
   while (*p != '\0') {
-    char c = *p++;
-    if (c != '%') {
-      out.Put(c);
+    if (*p != '%') {
+      // Literal text up to the next conversion goes in as one run.
+      const char* start = p;
+      while (*p != '\0' && *p != '%') {
+        ++p;
+      }
+      out.PutRun(start, static_cast<size_t>(p - start));
       continue;
     }
+    ++p;
     if (*p == '%') {
       out.Put('%');
       ++p;
