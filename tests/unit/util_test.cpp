@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -85,6 +86,52 @@ TEST(UtilFormat, SixtyFourBitPath) {
   }
   // Arguments after a 64-bit one are still read at the right place.
   EXPECT_EQ(Fmt(200, "%lld/%d/%s", 1LL << 40, -3, "x"), "1099511627776/-3/x");
+}
+
+// Where the C library and the bounded formatter agree (no sign, precision
+// from 1 on), both must give the same text; a negative value is the minus
+// sign followed by the formatting of its magnitude.
+TEST(UtilFormat, AgreesWithTheCLibraryOnTheCommonSubset) {
+  const long long values[] = {0, 1, 9, 10, 255, 4095, 65536, 0x7FFFFFFF, 0xFFFFFFFFLL,
+                              0x100000000LL, 123456789012345LL, 0x7FFFFFFFFFFFFFFFLL};
+  const char* lengths[] = {"", "ll"};
+  for (const char* len : lengths) {
+    const bool wide = len[0] != '\0';
+    for (char conv : {'d', 'u', 'x', 'X'}) {
+      for (int width = 0; width <= 22; width += 3) {
+        for (int prec = -1; prec <= 21; prec += 4) {
+          char fmt[32];
+          if (prec < 0) {
+            std::snprintf(fmt, sizeof fmt, "%%%d%s%c", width, len, conv);
+          } else {
+            std::snprintf(fmt, sizeof fmt, "%%%d.%d%s%c", width, prec == 0 ? 1 : prec, len, conv);
+          }
+          for (long long v : values) {
+            if (!wide && v > 0xFFFFFFFFLL) continue;
+            char ours[128], ref[128];
+            if (wide) {
+              UTIL_snprintf(ours, sizeof ours, fmt, v);
+              std::snprintf(ref, sizeof ref, fmt, v);
+            } else {
+              UTIL_snprintf(ours, sizeof ours, fmt, static_cast<unsigned>(v));
+              std::snprintf(ref, sizeof ref, fmt, static_cast<unsigned>(v));
+            }
+            if (conv == 'd' && !wide && v > 0x7FFFFFFF) continue;  // negative as int: below
+            EXPECT_STREQ(ours, ref) << fmt << " of " << v;
+            if (conv == 'd' && v > 0) {
+              char neg[128];
+              if (wide) {
+                UTIL_snprintf(neg, sizeof neg, fmt, -v);
+              } else {
+                UTIL_snprintf(neg, sizeof neg, fmt, static_cast<int>(-v));
+              }
+              EXPECT_EQ(std::string(neg), "-" + std::string(ref)) << fmt << " of " << -v;
+            }
+          }
+        }
+      }
+    }
+  }
 }
 
 TEST(UtilFormat, StringsAndPointers) {
