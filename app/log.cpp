@@ -296,6 +296,11 @@ void LOG_InstallAbortHandler(void) {
 }
 
 int LOG_AbortRequested(void) { return AbortFlag != 0; }
-void LOG_ClearAbort(void) { AbortFlag = 0; }
+void LOG_ClearAbort(void) {
+  if (AbortFlag == 0) return;
+  AbortFlag = 0;
+  // The request was taken care of: the next Ctrl-C asks again instead of ending the program.
+  LOG_InstallAbortHandler();
+}
 
 void LOG_SetDisconnectHook(void (*hook)(void)) { DisconnectHook = hook; }

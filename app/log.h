@@ -34,7 +34,8 @@ const char* LOG_GetErrorText(void);
 int  LOG_HasError(void);                    // an error was reported in the current top-level op
 
 // Abort request (raised by Ctrl-C); long loops such as sequences poll it.
-// The handler is one-shot: a second Ctrl-C ends the program as usual.
+// A second Ctrl-C before the request is cleared ends the program as usual;
+// LOG_ClearAbort re-arms the handler.
 void LOG_InstallAbortHandler(void);
 int  LOG_AbortRequested(void);
 void LOG_ClearAbort(void);
