@@ -228,6 +228,8 @@ int SEQ_Run(int sequence) {
   while (index < count) {
     const char* error = SEQ_ExecuteStep(sequence, &index);
     if (LOG_AbortRequested()) {
+      // Taken care of: a later Ctrl-C asks again.
+      LOG_ClearAbort();
       LOG_Pop();
       return 1;
     }
