@@ -7,3 +7,8 @@ extern "C" __attribute__((visibility("default"))) uint32_t TARLOARM_GetDLLVersio
 extern "C" __attribute__((visibility("default"))) const char* TARLOARM_GetCompileDateTime(void) {
   return "Fake build";
 }
+
+#ifdef PELLAM_FAKE_EDIT
+// Built a second time as the line-editing library found under ThirdParty/.
+extern "C" __attribute__((visibility("default"))) int FakeEditMarker(void) { return 1; }
+#endif

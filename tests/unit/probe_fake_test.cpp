@@ -81,4 +81,11 @@ TEST(ProbeFake, EveryMissingWrapperReturnsZeroOrNothing) {
   }
 }
 
+TEST(ProbeFake, LineEditingLibraryFromThirdPartyBesideTheProgram) {
+  void* h = SYS_OpenLibEdit();
+  ASSERT_NE(h, nullptr);
+  EXPECT_NE(dlsym(h, "FakeEditMarker"), nullptr) << "the copy under ThirdParty/ comes first";
+  dlclose(h);
+}
+
 }  // namespace
