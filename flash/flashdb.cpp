@@ -109,13 +109,10 @@ void FLASHDB_GetSectorInfo(uint32_t sector, uint32_t* start, uint32_t* size) {
 
 void FLASHDB_CompactId(uint8_t id[13]) {
   // Continuation codes are dropped so that the first other byte becomes the
-  // manufacturer byte. The last byte is stored without advancing: nothing
-  // after it needs a place.
+  // manufacturer byte. What is left behind the kept bytes stays as it was.
   int w = 0;
   for (int r = 0; r < kIdAnswerBytes; ++r) {
-    if (id[r] == kContinuationCode) continue;
-    id[w] = id[r];
-    if (r < kIdAnswerBytes - 1) ++w;
+    if (id[r] != kContinuationCode) id[w++] = id[r];
   }
 }
 

@@ -1,7 +1,14 @@
-# Linked against the whole flash layer, so it waits for the project model.
-file(GLOB _flashdb_project_srcs ${CMAKE_SOURCE_DIR}/project/*.cpp)
-if(_flashdb_project_srcs)
-  pellam_test(flashdb_test
-    SOURCES ${CMAKE_SOURCE_DIR}/tests/unit/flashdb_test.cpp
-    LIBS pellam_flash)
-endif()
+# The chip table, connection and sequence interpreter built against stand-ins
+# for the project model and the probe library (tests/unit/flashdb_fakes.*).
+add_library(pellam_conn_testlib STATIC
+  ${CMAKE_SOURCE_DIR}/flash/chiptable.cpp
+  ${CMAKE_SOURCE_DIR}/flash/flashdb.cpp
+  ${CMAKE_SOURCE_DIR}/flash/connect.cpp
+  ${CMAKE_SOURCE_DIR}/flash/seq/seq.cpp
+  ${CMAKE_SOURCE_DIR}/tests/unit/flashdb_fakes.cpp)
+target_link_libraries(pellam_conn_testlib PUBLIC pellam_log pellam_sys pellam_util)
+
+pellam_test(flashdb_test
+  SOURCES ${CMAKE_SOURCE_DIR}/tests/unit/flashdb_test.cpp
+          ${CMAKE_SOURCE_DIR}/tests/unit/flashdb_connect_test.cpp
+  LIBS pellam_conn_testlib)

@@ -1,6 +1,5 @@
 // The init/exit sequence interpreter: log lines, clamping, the variable
-// buffer's limits, branches, abort, and the bytes that reach the chip
-// (through the simulated probe library beside the test).
+// buffer's limits, branches, abort, and the transfers it makes.
 #include <gtest/gtest.h>
 
 #include <signal.h>
@@ -22,29 +21,17 @@
 #include "flash/seq/seq.h"
 #include "flash/seq/seqstep.h"
 #include "project/project.h"
+#include "tests/unit/flashdb_fakes.h"
 
 namespace {
 
-std::string TracePath() { return testing::TempDir() + "seq_test_trace.txt"; }
-
-// The simulated library reads its environment when it loads, so set it up
-// before the first probe call of the process.
-class SeqEnvironment : public testing::Environment {
- public:
+class Seq : public testing::Test {
+ protected:
   void SetUp() override {
-    std::remove(TracePath().c_str());
-    setenv("TARLOSIM_TRACE", TracePath().c_str(), 1);
-    setenv("TARLOSIM_FLASH", (testing::TempDir() + "seq_test_flash.bin").c_str(), 1);
-    setenv("TARLOSIM_CHIP", "C22018", 1);
-    unsetenv("TARLOSIM_SN");
-    unsetenv("TARLOSIM_FAULT");
-    unsetenv("TARLOSIM_VTARGET");
-    setenv("HOME", testing::TempDir().c_str(), 1);
+    fake::Reset();
     LOG_SetVerbosity(9);
-    PROJECT_New(nullptr);
   }
 };
-const auto* const kEnvironment = testing::AddGlobalTestEnvironment(new SeqEnvironment);
 
 SeqStep Step(uint32_t action, uint32_t v0 = 0, uint32_t v1 = 0) {
   SeqStep s;
@@ -56,12 +43,9 @@ SeqStep Step(uint32_t action, uint32_t v0 = 0, uint32_t v1 = 0) {
 }
 
 void SetInit(const std::vector<SeqStep>& steps) {
-  auto seq = std::make_unique<ProjectSequences>();
-  PROJECT_GetSequences(seq.get());
-  std::memset(seq->InitSteps, 0, sizeof(seq->InitSteps));
-  for (size_t i = 0; i < steps.size(); ++i) seq->InitSteps[i] = steps[i];
-  seq->NumInitSteps = static_cast<uint32_t>(steps.size());
-  PROJECT_SetSequences(seq.get());
+  ProjectSequences& seq = fake::project().sequences;
+  for (size_t i = 0; i < steps.size(); ++i) seq.InitSteps[i] = steps[i];
+  seq.NumInitSteps = static_cast<uint32_t>(steps.size());
 }
 
 // Runs one step at index 0 of the init sequence; returns its log output.
@@ -78,7 +62,7 @@ std::string RunStep(const SeqStep& step, const char** error = nullptr, uint32_t*
 
 bool Has(const std::string& s, const std::string& what) { return s.find(what) != std::string::npos; }
 
-TEST(Seq, EmptySequenceRunsAndSaysSo) {
+TEST_F(Seq, EmptySequenceRunsAndSaysSo) {
   SetInit({});
   testing::internal::CaptureStdout();
   EXPECT_EQ(SEQ_Run(SEQ_INIT), 0);
@@ -87,7 +71,7 @@ TEST(Seq, EmptySequenceRunsAndSaysSo) {
   EXPECT_TRUE(Has(out, "Executed successfully")) << out;
 }
 
-TEST(Seq, StepLogLines) {
+TEST_F(Seq, StepLogLines) {
   SeqStep write = Step(SEQ_ACTION_WRITE_DATA, 20);
   for (int i = 0; i < 16; ++i) write.Data[i] = static_cast<uint8_t>(0xA0 + i);
   SeqStep writeNone = Step(SEQ_ACTION_WRITE_DATA, 0);
@@ -117,7 +101,7 @@ TEST(Seq, StepLogLines) {
   }
 }
 
-TEST(Seq, ReadingMayUseOneByteMoreThanWriting) {
+TEST_F(Seq, ReadingMayUseOneByteMoreThanWriting) {
   struct Case {
     uint32_t action, offset, count;
     bool ok;
@@ -143,7 +127,7 @@ TEST(Seq, ReadingMayUseOneByteMoreThanWriting) {
   }
 }
 
-TEST(Seq, BufferArithmeticAndVerify) {
+TEST_F(Seq, BufferArithmeticAndVerify) {
   uint8_t* buffer = SEQ_GetVarBuffer();
   buffer[6] = 0x0F;
   RunStep(Step(SEQ_ACTION_VAR_OR, 6, 0xF0));
@@ -159,7 +143,7 @@ TEST(Seq, BufferArithmeticAndVerify) {
   EXPECT_STREQ(error, "Verification failed @ VarBufferIndex 6: Expected: 0x3E, Found: 0x3D");
 }
 
-TEST(Seq, BranchesSetTheNextStep) {
+TEST_F(Seq, BranchesSetTheNextStep) {
   uint8_t* buffer = SEQ_GetVarBuffer();
   buffer[2] = 0;
   buffer[3] = 7;
@@ -180,7 +164,7 @@ TEST(Seq, BranchesSetTheNextStep) {
   }
 }
 
-TEST(Seq, FailingStepEndsTheRun) {
+TEST_F(Seq, FailingStepEndsTheRun) {
   SEQ_GetVarBuffer()[0] = 1;
   SetInit({Step(SEQ_ACTION_VAR_VERIFY_BYTE, 0, 2), Step(SEQ_ACTION_DELAY, 1)});
   testing::internal::CaptureStdout();
@@ -194,7 +178,7 @@ TEST(Seq, FailingStepEndsTheRun) {
   EXPECT_EQ(LOG_GetErrorCount(), 0u);
 }
 
-TEST(Seq, EndlessBranchLoopStopsOnCtrlC) {
+TEST_F(Seq, EndlessBranchLoopStopsOnCtrlC) {
   LOG_InstallAbortHandler();
   LOG_SetVerbosity(0);  // the loop logs every pass
   SEQ_GetVarBuffer()[4] = 1;
@@ -213,30 +197,7 @@ TEST(Seq, EndlessBranchLoopStopsOnCtrlC) {
   LOG_ClearAbort();
 }
 
-// Chip-select frames appended to the trace since `from` bytes.
-std::vector<std::string> FramesSince(size_t from) {
-  std::ifstream in(TracePath());
-  std::stringstream all;
-  all << in.rdbuf();
-  std::string text = all.str();
-  text = from < text.size() ? text.substr(from) : "";
-  std::vector<std::string> frames;
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    if (!line.empty() && line[0] != '#') frames.push_back(line);
-  }
-  return frames;
-}
-
-size_t TraceSize() {
-  std::ifstream in(TracePath(), std::ios::ate | std::ios::binary);
-  return in ? static_cast<size_t>(in.tellg()) : 0;
-}
-
-TEST(Seq, BytesReachTheChipBetweenTheChipSelectSteps) {
-  LOG_SetVerbosity(0);
-  ASSERT_EQ(SPI_OpenProbe(), 0);
-  const size_t from = TraceSize();
+TEST_F(Seq, BytesGoOutBetweenTheChipSelectSteps) {
   auto send = [](uint32_t count, std::vector<uint8_t> bytes) {
     SeqStep s = Step(SEQ_ACTION_WRITE_DATA, count);
     std::memcpy(s.Data, bytes.data(), std::min(bytes.size(), sizeof(s.Data)));
@@ -244,20 +205,43 @@ TEST(Seq, BytesReachTheChipBetweenTheChipSelectSteps) {
   };
   std::vector<uint8_t> sixteen;
   for (int i = 0; i < 16; ++i) sixteen.push_back(static_cast<uint8_t>(0x10 + i));
-  SetInit({Step(SEQ_ACTION_ACTIVATE_CS), send(1, {0x05}), send(20, sixteen),
-           Step(SEQ_ACTION_DEACTIVATE_CS),
-           Step(SEQ_ACTION_ACTIVATE_CS), send(1, {0x9F}), Step(SEQ_ACTION_VAR_READ_DATA, 0, 3),
-           Step(SEQ_ACTION_DEACTIVATE_CS),
-           Step(SEQ_ACTION_VAR_VERIFY_BYTE, 0, 0xC2), Step(SEQ_ACTION_VAR_VERIFY_BYTE, 2, 0x18)});
-  const int result = SEQ_Run(SEQ_INIT);
-  SPI_CloseProbe();
-  LOG_SetVerbosity(9);
-  EXPECT_EQ(result, 0);
-  const std::vector<std::string> frames = FramesSince(from);
-  // First frame: 05, then 15 bytes of the 20-byte step; then the ID read.
-  ASSERT_GE(frames.size(), 2u);
-  EXPECT_EQ(frames[0], "05 10 11 12 13 14 15 16 17 18 19 1A 1B 1C 1D 1E");
-  EXPECT_EQ(frames[1].substr(0, 2), "9F");
+  SetInit({Step(SEQ_ACTION_ACTIVATE_CS), send(20, sixteen), send(1, {0x9F}),
+           Step(SEQ_ACTION_VAR_READ_DATA, 1, 3), Step(SEQ_ACTION_DEACTIVATE_CS),
+           Step(SEQ_ACTION_VAR_VERIFY_BYTE, 1, 0xC2), Step(SEQ_ACTION_VAR_VERIFY_BYTE, 3, 0x18),
+           Step(SEQ_ACTION_VAR_WRITE_DATA, 1, 2)});
+  fake::probe().readData = {0xC2, 0x20, 0x18};
+  LOG_SetVerbosity(0);
+  EXPECT_EQ(SEQ_Run(SEQ_INIT), 0);
+
+  const auto& calls = fake::probe().calls;
+  EXPECT_EQ(calls, (std::vector<std::string>{"ClrTMS", "SetTMS"}));
+  const auto& t = fake::probe().transfers;
+  ASSERT_EQ(t.size(), 4u);
+  // At most 15 bytes of a Write Data step go out; chip select is left alone.
+  EXPECT_EQ(t[0].out, std::vector<uint8_t>(sixteen.begin(), sixteen.begin() + 15));
+  EXPECT_EQ(t[0].numBits, 120u);
+  EXPECT_EQ(t[1].out, std::vector<uint8_t>{0x9F});
+  EXPECT_TRUE(t[2].read);
+  EXPECT_EQ(t[2].numBits, 24u);
+  EXPECT_EQ(t[3].out, (std::vector<uint8_t>{0xC2, 0x20}));
+  for (const auto& x : t) EXPECT_EQ(x.flags, 0u);
+}
+
+TEST_F(Seq, StepBeyondTheActionTableIsSkipped) {
+  SetInit({Step(77, 1, 1), Step(SEQ_ACTION_DELAY, 0)});
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(SEQ_Run(SEQ_INIT), 0);
+  const std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_TRUE(Has(out, "Executing Delay (0 ms)")) << out;
+}
+
+TEST_F(Seq, ExitSequenceIsRunFromItsOwnList) {
+  fake::project().sequences.ExitSteps[0] = Step(SEQ_ACTION_DELAY, 1);
+  fake::project().sequences.NumExitSteps = 1;
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(SEQ_Run(SEQ_EXIT), 0);
+  const std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_TRUE(Has(out, "Executing exit sequence ...\r\n- Executing Delay (1 ms)")) << out;
 }
 
 }  // namespace

@@ -1,0 +1,186 @@
+#include "tests/unit/flashdb_fakes.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "flash/seq/seqstep.h"
+#include "probe/tarlo_abi.h"
+#include "util/util.h"
+
+namespace fake {
+
+// Never destroyed: the connection's exit hook may still call the probe
+// while the process ends.
+Probe& probe() {
+  static Probe* p = new Probe;
+  return *p;
+}
+
+Project& project() {
+  static Project* p = [] {
+    auto* q = new Project;
+    std::memset(&q->general, 0, sizeof(q->general));
+    std::memset(&q->sequences, 0, sizeof(q->sequences));
+    std::memset(&q->flash, 0, sizeof(q->flash));
+    return q;
+  }();
+  return *p;
+}
+
+void Reset() {
+  probe() = Probe{};
+  Project& p = project();
+  p.open = true;
+  std::memset(&p.general, 0, sizeof(p.general));
+  std::memset(&p.sequences, 0, sizeof(p.sequences));
+  std::memset(&p.flash, 0, sizeof(p.flash));
+  p.sequences.Speed0 = 4000;
+  p.flash.AutoDetect = 1;
+  p.flash.FlashType = 1;
+}
+
+void QueueId(std::vector<uint8_t> bytes) {
+  bytes.resize(13, 0x00);
+  probe().readData.insert(probe().readData.end(), bytes.begin(), bytes.end());
+}
+
+std::vector<uint8_t> CommandBytes() {
+  std::vector<uint8_t> r;
+  for (const Transfer& t : probe().transfers) {
+    if (!t.read && t.out.size() == 1 && t.flags == 14) r.push_back(t.out[0]);
+  }
+  return r;
+}
+
+bool Called(const std::string& call) {
+  const auto& c = probe().calls;
+  return std::find(c.begin(), c.end(), call) != c.end();
+}
+
+}  // namespace fake
+
+using fake::probe;
+using fake::project;
+
+// ---- Project model ----
+
+int PROJECT_IsOpen(void) { return project().open ? 1 : 0; }
+void PROJECT_GetGeneral(ProjectGeneral* out) { *out = project().general; }
+void PROJECT_GetSequences(ProjectSequences* out) { *out = project().sequences; }
+void PROJECT_GetFlashParams(FlashParams* out) { *out = project().flash; }
+void PROJECT_SetFlashParams(const FlashParams* in) { project().flash = *in; }
+uint32_t PROJECT_GetStepCount(int list) {
+  return list == 0 ? project().sequences.NumInitSteps : project().sequences.NumExitSteps;
+}
+void PROJECT_GetStep(int list, uint32_t index, SeqStep* out) {
+  const ProjectSequences& s = project().sequences;
+  if (index >= PROJECT_GetStepCount(list) || index >= SEQ_MAX_STEPS) {
+    std::memset(out, 0, sizeof(*out));
+    return;
+  }
+  *out = list == 0 ? s.InitSteps[index] : s.ExitSteps[index];
+}
+
+// ---- Action table, as the project layer defines it ----
+
+namespace {
+constexpr SeqParam kNone = {nullptr, "", 0, 0, 0};
+constexpr SeqParam kOffset = {"OffInBuffer", "", 0, 15, 0};
+constexpr SeqParam kValue = {"Value", "", 0, 0xFF, 2};
+constexpr SeqParam kIndex = {"Index", "#", 0, 255, 0};
+constexpr SeqAction kActions[SEQ_NUM_ACTIONS] = {
+    {"Comment", nullptr, {kNone, kNone}},
+    {"Delay", nullptr, {{"Delay", "ms", 0, 65535, 0}, kNone}},
+    {"Activate CS", "ActivateCS", {kNone, kNone}},
+    {"Deactivate CS", "DeactiveCS", {kNone, kNone}},
+    {"Write Data", "WriteData", {{"NumByte(s)", "", 0, 15, 0}, {"ByteStream", "", 0, 0xFF, 2}}},
+    {"Var Read Data", "VarReadData", {kOffset, {"NumByte(s)", "", 0, 16, 0}}},
+    {"Var Verify Byte", "VarVerifyByte", {kOffset, kValue}},
+    {"Var Write Data", "VarWriteData", {kOffset, {"NumByte(s)", "", 0, 16, 0}}},
+    {"Var AND", "VarAND", {kOffset, kValue}},
+    {"Var OR", "VarOR", {kOffset, kValue}},
+    {"Var XOR", "VarXOR", {kOffset, kValue}},
+    {"Var BEQ", "VarBEQ", {kOffset, kIndex}},
+    {"Var BNE", "VarBNE", {kOffset, kIndex}},
+};
+}  // namespace
+
+const SeqAction* SEQ_GetAction(uint32_t index) {
+  return index < SEQ_NUM_ACTIONS ? &kActions[index] : nullptr;
+}
+
+int SEQ_FindAction(const char* displayName) {
+  for (int i = 0; i < SEQ_NUM_ACTIONS; ++i) {
+    if (UTIL_stricmp(kActions[i].DisplayName, displayName) == 0) return i;
+  }
+  return -1;
+}
+
+// ---- Probe library ----
+
+namespace {
+void Call(const std::string& text) { probe().calls.push_back(text); }
+}  // namespace
+
+extern "C" {
+
+uint32_t TARLOARM_GetDLLVersion(void) { return 68000; }
+const char* TARLOARM_GetCompileDateTime(void) { return "today"; }
+void TARLOARM_SetErrorOutHandler(TARLO_LOG_FUNC) {}
+int TARLOARM_ExecCommand(const char* command, char*, int) {
+  Call(std::string("Exec ") + command);
+  if (std::strcmp(command, "SupplyPower = 1") == 0) probe().suppliesPower = true;
+  return 0;
+}
+void TARLOARM_SetLogFile(const char* path) { Call(std::string("SetLogFile ") + (path ? path : "none")); }
+int TARLOARM_EMU_SelectByUSBSN(uint32_t serialNumber) {
+  Call("SelectByUSBSN " + std::to_string(serialNumber));
+  return probe().selectBySnResult;
+}
+int TARLOARM_SelectIP(const char* host, int port) {
+  Call(std::string("SelectIP ") + host + " " + std::to_string(port));
+  return 0;
+}
+void TARLOARM_SelectUSB(int index) { Call("SelectUSB " + std::to_string(index)); }
+const char* TARLOARM_OpenEx(TARLO_LOG_FUNC, TARLO_LOG_FUNC) {
+  Call("OpenEx");
+  return probe().openError;
+}
+void TARLOARM_TIF_GetAvailable(uint32_t* mask) { *mask = probe().tifMask; }
+int TARLOARM_TIF_Select(int interfaceNo) {
+  Call("TIF_Select " + std::to_string(interfaceNo));
+  return 0;
+}
+void TARLOARM_SetSpeed(uint32_t speedKHz) { Call("SetSpeed " + std::to_string(speedKHz)); }
+int TARLOARM_GetHWStatus(TARLO_HW_STATUS* status) {
+  std::memset(status, 0, sizeof(*status));
+  status->VTarget = probe().suppliesPower && probe().supplyWorks ? 3300 : probe().vtarget;
+  return 0;
+}
+int TARLOARM_GetSN(void) { return probe().serialNumber; }
+void TARLOARM_ClrRESET(void) { Call("ClrRESET"); }
+void TARLOARM_SetRESET(void) { Call("SetRESET"); }
+void TARLOARM_SetTMS(void) { Call("SetTMS"); }
+void TARLOARM_ClrTMS(void) { Call("ClrTMS"); }
+void TARLOARM_Close(void) {
+  Call("Close");
+  probe().suppliesPower = false;
+}
+int TARLO_SPI_Transfer(const uint8_t* dataOut, uint8_t* dataIn, uint32_t numBits, uint32_t flags) {
+  const uint32_t n = numBits / 8;
+  fake::Transfer t{{}, numBits, flags, dataIn != nullptr};
+  if (dataOut != nullptr) t.out.assign(dataOut, dataOut + n);
+  if (dataIn != nullptr) {
+    for (uint32_t i = 0; i < n; ++i) {
+      auto& q = probe().readData;
+      dataIn[i] = q.empty() ? 0xFF : q.front();
+      if (!q.empty()) q.pop_front();
+    }
+  }
+  probe().transfers.push_back(std::move(t));
+  return static_cast<int>(n);
+}
+void* TARLO_GetpFunc(int) { return nullptr; }
+void TARLOARM_INDICATORS_SetState(int, const TARLO_INDICATOR_STATE*) {}
+
+}  // extern "C"
