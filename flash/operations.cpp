@@ -488,9 +488,10 @@ int FLASHOPS_NextRun(const uint8_t* flags, uint32_t count, uint32_t* index, uint
 }
 
 int FLASHOPS_CheckFit(MemImage* image, uint64_t chipSize, uint32_t* first, uint32_t* last) {
+  if (chipSize > 0xFFFFFFFFu) return 0;  // the whole address space: a range can't be 2^32 long
   ImagePtr chip(MEMIMAGE_Create());
   if (!chip) return -1;
-  if (chipSize) MEMIMAGE_AddData(chip.get(), 0, (uint32_t)std::min<uint64_t>(chipSize, 0xFFFFFFFFu), nullptr, -1);
+  if (chipSize) MEMIMAGE_AddData(chip.get(), 0, (uint32_t)chipSize, nullptr, -1);
   const int index = MEMIMAGE_FindRangeNotIn(chip.get(), image, 0);
   if (index < 0) return 0;
   uint32_t start = 0, size = 0;
