@@ -59,7 +59,8 @@ struct Bench {
     if (withProject) args.insert(args.begin(), {"-openprj", dir.file("chip.pellam")});
     std::vector<std::string> e = {"TARLOSIM_CHIP=" + chip, "TARLOSIM_FLASH=" + dir.file("flash.bin"),
                                   "TARLOSIM_TRACE=" + dir.file("trace.txt"), "HOME=" + dir.path(),
-                                  "TARLOSIM_FAULT", "TARLOSIM_TIMING", "TARLOSIM_SIZE", "TARLOSIM_SN"};
+                                  "TARLOSIM_FAULT", "TARLOSIM_TIMING", "TARLOSIM_SIZE", "TARLOSIM_SN",
+                                  "TARLOSIM_VTARGET", "TARLOSIM_STATS"};
     e.insert(e.end(), extraEnv.begin(), extraEnv.end());
     e.insert(e.end(), env.begin(), env.end());
     RunResult r = RunProgram(args, dir.path(), e, 90);
@@ -301,7 +302,7 @@ TEST(FlashOps, ImageBeyondTheChipIsRefusedBeforeAnythingIsErased) {
   // Intel HEX: 16 bytes at 0x00FFFFF8 run past the 16 MiB chip.
   b.dir.write("d.hex",
               ":0200000400FFFB\r\n"
-              ":10FFF80000112233445566778899AABBCCDDEEFF80\r\n"
+              ":10FFF80000112233445566778899AABBCCDDEEFF01\r\n"
               ":00000001FF\r\n");
   for (const char* action : {"-auto", "-program", "-programverify"}) {
     SCOPED_TRACE(action);
@@ -375,8 +376,9 @@ TEST(FlashOps, ReadBackRoundTripsThroughEveryFileFormat) {
     EXPECT_TRUE(Has(r, "Target memory read successfully. (12288 bytes, 1 range)")) << r.out;
     if (std::string(ext) == "bin") EXPECT_EQ(b.dir.read("r.bin"), content);
     // Loaded again, the file verifies against the chip.
-    const std::string open = std::string(ext) == "bin" ? out + ",0x10000" : out;
-    RunResult v = b.Run({"-open", open, "-verify"});
+    // A binary file takes its base address glued to the option.
+    RunResult v = std::string(ext) == "bin" ? b.Run({"-open" + out + ",0x10000", "-verify"})
+                                            : b.Run({"-open", out, "-verify"});
     EXPECT_EQ(v.exitStatus, 0) << v.out;
     EXPECT_TRUE(Has(v, "Verifying target (12288 bytes, 1 range) ...")) << v.out;
     EXPECT_TRUE(Has(v, "All loaded bytes verified OK!")) << v.out;
@@ -397,7 +399,8 @@ struct FaultCase {
 };
 
 TEST(FlashOps, FaultsFailCleanlyAndTheNextActionReconnects) {
-  const Bytes image = Pattern(2 * kSector, 10);
+  Bytes image = Pattern(2 * kSector, 10);
+  image[0x10003] = 0;   // every bit of the stuck byte must be programmed
   const FaultCase cases[] = {
       {"no-batch", {"-program"}, "Programming failed @ address 0x00000000 (API function not found)", false},
       {"batch-nomem", {"-program"}, "Programming failed @ address 0x00000000 (not enough memory)", false},
