@@ -4,7 +4,6 @@
 #include "flash/connect.h"
 
 #include <cstring>
-#include <memory>
 
 #include "app/log.h"
 #include "flash/flash.h"
@@ -172,9 +171,10 @@ int SPI_OpenProbe(void) {
     }
     TARLOARM_TIF_Select(kSpiInterface);
     {
-      auto seq = std::make_unique<ProjectSequences>();
-      PROJECT_GetSequences(seq.get());
-      TARLOARM_SetSpeed(seq->Speed0);
+      // The speed lives in the sequence record, which is too big for the stack.
+      static ProjectSequences sequences;
+      PROJECT_GetSequences(&sequences);
+      TARLOARM_SetSpeed(sequences.Speed0);
     }
     if (TargetPowerEnabled) {
       ExecPowerCommand("SupplyPower = 1");
