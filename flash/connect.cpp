@@ -200,7 +200,8 @@ int SPI_OpenProbe(void) {
 void SPI_CloseProbe(void) {
   if (!ProbeOpen) return;
   FlashParams p = {};
-  PROJECT_GetFlashParams(&p);
+  // Without a project there is no chip mode to undo (and nothing to ask for).
+  if (PROJECT_IsOpen()) PROJECT_GetFlashParams(&p);
   if (UsesDedicated4ByteMode(p)) {
     SendCommandByte(p.CmdWriteEnable);
     SendCommandByte(p.CmdExit4ByteMode);
