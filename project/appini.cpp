@@ -1,0 +1,309 @@
+// The application settings store: a small file of program-wide values in a
+// fixed buffer, read on first use and written whole after every change.
+// Unlike the project store, names are compared case-sensitively.
+#include <cerrno>
+#include <cstring>
+
+#include "project/settings.h"
+#include "project/settings_internal.h"
+#include "sys/sys.h"
+#include "util/util.h"
+
+namespace {
+
+constexpr uint32_t kBufferSize = 30000;
+constexpr uint32_t kNotFound = 0xFFFFFFFFu;
+
+struct AppIni {
+  SYS_HMUTEX lock = nullptr;
+  bool started = false;
+  char fileName[512] = {};
+  void (*errorOut)(const char*) = nullptr;
+  bool loaded = false;
+  char text[kBufferSize] = {};
+  uint32_t length = 0;
+};
+AppIni a;
+
+class Guard {
+ public:
+  Guard() {
+    if (!a.started) {
+      a.lock = SYS_CreateMutex("APPINI");
+      a.started = true;
+    }
+    SYS_WaitForMutex(a.lock, SYS_INFINITE);
+  }
+  ~Guard() { SYS_ReleaseMutex(a.lock); }
+  Guard(const Guard&) = delete;
+  Guard& operator=(const Guard&) = delete;
+};
+
+void Report(const char* text) {
+  if (a.errorOut != nullptr) a.errorOut(text);
+}
+
+void FileError(const char* verb, bool saving) {
+  char msg[1024];
+  const int code = SYS_GetLastError();
+  SETTINGS_FileMessage(msg, sizeof msg, verb, a.fileName, code,
+                       saving && SYS_FILE_IsReadOnly(a.fileName) == 1);
+  Report(msg);
+}
+
+// Reads the file when it has not been read since its name was set.
+bool Load() {
+  if (a.fileName[0] == '\0') return false;
+  if (a.loaded) return true;
+  a.length = 0;
+  a.text[0] = '\0';
+  a.loaded = true;
+  if (!SYS_FILE_Exists(a.fileName)) return true;
+  const int fd = SYS_FILE_OpenSimple(a.fileName, SYS_FILE_READ_FLAGS);
+  if (fd < 0) {
+    FileError("open", false);
+    return true;
+  }
+  uint32_t size = SYS_FILE_GetSize(fd);
+  if (size > kBufferSize - 1) size = kBufferSize - 1;
+  const int got = SYS_FILE_Read(fd, a.text, size);
+  SYS_FILE_Close(fd);
+  if (got != static_cast<int>(size)) {
+    char msg[1024];
+    UTIL_snprintf(msg, sizeof msg, "Could not open file [%s]\nFailed to read data!", a.fileName);
+    Report(msg);
+    return true;
+  }
+  a.length = size;
+  a.text[size] = '\0';
+  return true;
+}
+
+int Save() {
+  const int fd = SYS_FILE_OpenSimple(a.fileName, SYS_FILE_WRITE_FLAGS);
+  if (fd < 0) {
+    FileError("save", true);
+    return -1;
+  }
+  const int put = SYS_FILE_Write(fd, a.text, a.length);
+  SYS_FILE_Close(fd);
+  if (put != static_cast<int>(a.length)) {
+    char msg[1024];
+    UTIL_snprintf(msg, sizeof msg, "Could not save file [%s]\nFailed to write data!", a.fileName);
+    Report(msg);
+    return -1;
+  }
+  return 0;
+}
+
+inline bool IsEol(char c) { return c == '\r' || c == '\n'; }
+inline bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+
+uint32_t LineEnd(uint32_t p) {
+  while (p < a.length && !IsEol(a.text[p])) ++p;
+  return p;
+}
+uint32_t NextLine(uint32_t p) {
+  while (p < a.length && IsEol(a.text[p])) ++p;
+  return p;
+}
+uint32_t SkipBlanks(uint32_t p) {
+  while (p < a.length && IsBlank(a.text[p])) ++p;
+  return p;
+}
+
+// Position after the header line of the section, or kNotFound.
+uint32_t FindSection(const char* section) {
+  const size_t n = strlen(section);
+  for (uint32_t p = NextLine(0); p < a.length;) {
+    const uint32_t q = SkipBlanks(p);
+    const uint32_t e = LineEnd(p);
+    if (a.text[q] == '[' && e - q > n + 1 && strncmp(a.text + q + 1, section, n) == 0 &&
+        a.text[q + 1 + n] == ']') {
+      return NextLine(e);
+    }
+    p = NextLine(e);
+  }
+  return kNotFound;
+}
+
+uint32_t FindKey(const char* section, const char* key) {
+  const uint32_t body = FindSection(section);
+  if (body == kNotFound) return kNotFound;
+  const size_t n = strlen(key);
+  for (uint32_t p = body; p < a.length;) {
+    const uint32_t q = SkipBlanks(p);
+    if (a.text[q] == '[') break;
+    const uint32_t e = LineEnd(p);
+    if (e - q > n && strncmp(a.text + q, key, n) == 0 && (a.text[q + n] == '=' || a.text[q + n] == ' ')) {
+      return p;
+    }
+    p = NextLine(e);
+  }
+  return kNotFound;
+}
+
+// Start of the value of the key's line, or kNotFound.
+uint32_t ValueOf(const char* section, const char* key) {
+  if (section == nullptr || key == nullptr || !Load()) return kNotFound;
+  uint32_t p = FindKey(section, key);
+  if (p == kNotFound) return kNotFound;
+  p = SkipBlanks(p) + static_cast<uint32_t>(strlen(key));
+  p = SkipBlanks(p);
+  if (p < a.length && a.text[p] == '=') ++p;
+  return SkipBlanks(p);
+}
+
+bool Splice(uint32_t pos, uint32_t removeLen, const char* insert, uint32_t insertLen) {
+  if (a.length - removeLen + insertLen >= kBufferSize) return false;
+  memmove(a.text + pos + insertLen, a.text + pos + removeLen, a.length - pos - removeLen);
+  memcpy(a.text + pos, insert, insertLen);
+  a.length = a.length - removeLen + insertLen;
+  a.text[a.length] = '\0';
+  return true;
+}
+
+void ParseError(const char* key) {
+  char msg[512];
+  if (key != nullptr && key[0] != '\0') {
+    UTIL_snprintf(msg, sizeof msg, "Error while parsing subkey \"%s\" in settings file. Syntax error.", key);
+  } else {
+    UTIL_snprintf(msg, sizeof msg, "Error while parsing settings file. Syntax error.");
+  }
+  Report(msg);
+}
+
+// Removes any line of the key, puts `line` right after the section header
+// (adding the section at the end when missing) and saves the file.
+int Put(const char* section, const char* key, const char* line) {
+  if (section == nullptr || key == nullptr || !Load()) return -1;
+  const uint32_t old = FindKey(section, key);
+  if (old != kNotFound) Splice(old, NextLine(LineEnd(old)) - old, "", 0);
+  uint32_t at = FindSection(section);
+  if (at == kNotFound) {
+    char head[300];
+    char* h = head;
+    if (a.length > 0 && !IsEol(a.text[a.length - 1])) h = UTIL_snprintf(h, 3, "\r\n");
+    h = UTIL_snprintf(h, static_cast<int>(head + sizeof head - h), "[%s]\r\n", section);
+    if (!Splice(a.length, 0, head, static_cast<uint32_t>(h - head))) return -1;
+    at = a.length;
+  }
+  if (!Splice(at, 0, line, static_cast<uint32_t>(strlen(line)))) return -1;
+  return Save();
+}
+
+}  // namespace
+
+void APPINI_SetFile(const char* fileName, void (*errorOut)(const char* text)) {
+  Guard guard;
+  const char* name = fileName != nullptr ? fileName : "";
+  if (strcmp(name, a.fileName) != 0) {
+    UTIL_strcpy(a.fileName, name, sizeof a.fileName);
+    a.loaded = false;
+  }
+  a.errorOut = errorOut;
+}
+
+int APPINI_GetRaw(const char* section, const char* key, char* buffer, int size) {
+  Guard guard;
+  if (buffer == nullptr || size <= 0) return -1;
+  buffer[0] = '\0';
+  const uint32_t p = ValueOf(section, key);
+  if (p == kNotFound) return -1;
+  const uint32_t e = LineEnd(p);
+  UTIL_strncat(buffer, a.text + p, static_cast<int>(e - p), size);
+  return 0;
+}
+
+int APPINI_GetString(const char* section, const char* key, char* buffer, int size) {
+  Guard guard;
+  if (buffer == nullptr || size <= 0) return -1;
+  buffer[0] = '\0';
+  uint32_t p = ValueOf(section, key);
+  if (p == kNotFound) return -1;
+  if (a.text[p] != '"') {
+    ParseError(key);
+    return -1;
+  }
+  ++p;
+  int n = 0;
+  while (p < a.length && a.text[p] != '"' && !IsEol(a.text[p]) && n < size - 1) buffer[n++] = a.text[p++];
+  buffer[n] = '\0';
+  if (p >= a.length || a.text[p] != '"') {
+    ParseError(key);
+    return -1;
+  }
+  return 0;
+}
+
+int APPINI_GetU32(const char* section, const char* key, uint32_t* value) {
+  Guard guard;
+  if (value == nullptr) return -1;
+  *value = 0;
+  uint32_t p = ValueOf(section, key);
+  if (p == kNotFound) return -1;
+  if (!(a.text[p] == '0' && a.text[p + 1] == 'x')) {
+    ParseError(key);
+    return -1;
+  }
+  p += 2;
+  uint32_t v = 0;
+  int digits = 0;
+  for (;; ++p, ++digits) {
+    const char c = a.text[p];
+    int d = -1;
+    if (c >= '0' && c <= '9') d = c - '0';
+    else if (c >= 'a' && c <= 'f') d = c - 'a' + 10;
+    else if (c >= 'A' && c <= 'F') d = c - 'A' + 10;
+    if (d < 0) break;
+    v = (v << 4) | static_cast<uint32_t>(d);
+  }
+  if (digits == 0) {
+    ParseError(key);
+    return -1;
+  }
+  *value = v;
+  return 0;
+}
+
+int APPINI_GetDec(const char* section, const char* key, int32_t* value) {
+  Guard guard;
+  if (value == nullptr) return -1;
+  *value = 0;
+  uint32_t p = ValueOf(section, key);
+  if (p == kNotFound) return -1;
+  int64_t v = 0;
+  int digits = 0;
+  for (; a.text[p] >= '0' && a.text[p] <= '9'; ++p, ++digits) {
+    v = v * 10 + (a.text[p] - '0');
+    if (v > 2147483647) break;
+  }
+  if (digits == 0 || v > 2147483647) {
+    ParseError(key);
+    return -1;
+  }
+  *value = static_cast<int32_t>(v);
+  return 0;
+}
+
+int APPINI_SetString(const char* section, const char* key, const char* value) {
+  Guard guard;
+  if (value == nullptr) return -1;
+  char line[1024];
+  UTIL_snprintf(line, sizeof line, "%s=\"%s\"\r\n", key != nullptr ? key : "", value);
+  return Put(section, key, line);
+}
+
+int APPINI_SetHex8(const char* section, const char* key, uint32_t value) {
+  Guard guard;
+  char line[512];
+  UTIL_snprintf(line, sizeof line, "%s = 0x%.2X\r\n", key != nullptr ? key : "", value & 0xFFu);
+  return Put(section, key, line);
+}
+
+int APPINI_SetDec(const char* section, const char* key, int32_t value) {
+  Guard guard;
+  char line[512];
+  UTIL_snprintf(line, sizeof line, "%s = %d\r\n", key != nullptr ? key : "", value);
+  return Put(section, key, line);
+}

@@ -1,0 +1,723 @@
+// The project file's text store. The file is held whole as one zero-terminated
+// text; lookups scan it line by line and writes splice single lines in, so a
+// file written by the program keeps every line it does not understand.
+#include "project/settings.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "app/log.h"
+#include "project/settings_internal.h"
+#include "sys/sys.h"
+#include "util/util.h"
+
+namespace {
+
+constexpr uint32_t kNameSize = 512;
+constexpr uint32_t kGrowStep = 8192;
+constexpr uint32_t kNotFound = 0xFFFFFFFFu;
+constexpr int kLineSize = 2048;
+constexpr int kArrayLineSize = 4096;
+constexpr int kIndexSetBudget = 3968;
+
+struct Store {
+  uint32_t state = 0;  // 0 not started, 1 ready, 2 shut down
+  SYS_HMUTEX lock = nullptr;
+  char fileName[kNameSize] = {};
+  int isOpen = 0;
+  int modified = 0;
+  char* text = nullptr;
+  uint32_t capacity = 0;
+  uint32_t length = 0;
+};
+Store g;
+
+void FreeText() {
+  SYS_Free(g.text);
+  g.text = nullptr;
+  g.capacity = 0;
+  g.length = 0;
+}
+
+void Shutdown() {
+  SYS_CloseMutex(&g.lock);
+  FreeText();
+  g.fileName[0] = '\0';
+  g.isOpen = 0;
+  g.state = 2;
+}
+
+// Holds the store's lock for one operation. `ok` is false after shutdown.
+class Guard {
+ public:
+  Guard() {
+    if (g.state == 0) {
+      SYS_AtExit(Shutdown);
+      g.lock = SYS_CreateMutex("SETTINGS");
+      g.state = 1;
+    }
+    ok = g.state == 1;
+    if (ok) SYS_WaitForMutex(g.lock, SYS_INFINITE);
+  }
+  ~Guard() {
+    if (ok) SYS_ReleaseMutex(g.lock);
+  }
+  Guard(const Guard&) = delete;
+  Guard& operator=(const Guard&) = delete;
+  bool ok;
+};
+
+// Guard plus the open-store requirement of every operation but open/new.
+bool RequireOpen(const Guard& guard) {
+  if (!guard.ok) return false;
+  if (!g.isOpen) {
+    SETTINGS_ReportWarning("No project file opened.");
+    return false;
+  }
+  return true;
+}
+
+// Capacity becomes the next multiple of 8 KiB strictly above n; new bytes are zero.
+bool Grow(uint32_t n) {
+  if (n >= 0xFFFFFFFFu - kGrowStep) return false;
+  const uint32_t want = (n + kGrowStep) / kGrowStep * kGrowStep;
+  if (want <= g.capacity) return true;
+  char* p = static_cast<char*>(SYS_Realloc(g.text, want));
+  if (p == nullptr) return false;
+  memset(p + g.capacity, 0, want - g.capacity);
+  g.text = p;
+  g.capacity = want;
+  return true;
+}
+
+inline bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+inline bool IsEol(char c) { return c == '\r' || c == '\n'; }
+inline char Lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+
+// Case-insensitive match of `name` at `t` (t is zero-terminated, so a short
+// text stops at its terminator).
+bool MatchI(const char* t, const char* name, size_t n) {
+  for (size_t i = 0; i < n; ++i) {
+    if (Lower(t[i]) != Lower(name[i])) return false;
+  }
+  return true;
+}
+
+uint32_t SkipBlanks(uint32_t p) {
+  while (p < g.length && IsBlank(g.text[p])) ++p;
+  return p;
+}
+uint32_t LineEnd(uint32_t p) {
+  while (p < g.length && !IsEol(g.text[p])) ++p;
+  return p;
+}
+// Start of the next line after the line end at `e` (runs of CR/LF are one break).
+uint32_t NextLine(uint32_t e) {
+  while (e < g.length && IsEol(g.text[e])) ++e;
+  return e;
+}
+// Position just after the line break that ends the line at `e`.
+uint32_t PastBreak(uint32_t e) {
+  if (e < g.length && g.text[e] == '\r') ++e;
+  if (e < g.length && g.text[e] == '\n') ++e;
+  return e;
+}
+
+bool HasName(const char* s) { return s != nullptr && s[0] != '\0'; }
+
+// Body of the first section of that name, or kNotFound.
+uint32_t FindSection(const char* section) {
+  if (!HasName(section)) return g.text != nullptr ? 0 : kNotFound;
+  if (g.text == nullptr) return kNotFound;
+  const size_t n = strlen(section);
+  for (uint32_t p = NextLine(0); p < g.length;) {
+    const uint32_t q = SkipBlanks(p);
+    const uint32_t e = LineEnd(p);
+    if (g.text[q] == '[' && e - q > n + 1 && MatchI(g.text + q + 1, section, n) &&
+        g.text[q + 1 + n] == ']') {
+      return e < g.length ? PastBreak(e) : kNotFound;
+    }
+    p = NextLine(e);
+  }
+  return kNotFound;
+}
+
+// Start of the key's line (indentation included) within the section body.
+uint32_t FindKey(uint32_t body, const char* key) {
+  const size_t n = strlen(key);
+  for (uint32_t p = NextLine(body); p < g.length;) {
+    const uint32_t q = SkipBlanks(p);
+    if (g.text[q] == '[') return kNotFound;
+    const uint32_t e = LineEnd(p);
+    if (e - q >= n && MatchI(g.text + q, key, n)) {
+      const uint32_t r = SkipBlanks(q + static_cast<uint32_t>(n));
+      if (r < g.length && (g.text[r] == '=' || g.text[r] == '[')) return p;
+    }
+    p = NextLine(e);
+  }
+  return kNotFound;
+}
+
+uint32_t FindKeyLine(const char* section, const char* key) {
+  if (key == nullptr || key[0] == '\0') return kNotFound;
+  const uint32_t body = FindSection(section);
+  return body == kNotFound ? kNotFound : FindKey(body, key);
+}
+
+// Replaces `removeLen` bytes at `pos` with the given bytes.
+bool Splice(uint32_t pos, uint32_t removeLen, const char* insert, uint32_t insertLen) {
+  const uint64_t newLen = static_cast<uint64_t>(g.length) - removeLen + insertLen;
+  if (newLen >= 0x7FFFFFFFu || !Grow(static_cast<uint32_t>(newLen))) return false;
+  memmove(g.text + pos + insertLen, g.text + pos + removeLen, g.length - pos - removeLen);
+  if (insertLen != 0) memcpy(g.text + pos, insert, insertLen);
+  g.length = static_cast<uint32_t>(newLen);
+  g.text[g.length] = '\0';
+  return true;
+}
+
+// ---------------------------------------------------------------- parsing
+
+// A cursor over the value part of one key line. The first complaint wins.
+struct Parser {
+  uint32_t pos;
+  char error[256] = {};
+  bool failed = false;
+
+  char At() const { return pos < g.length ? g.text[pos] : '\0'; }
+  void Blanks() { pos = SkipBlanks(pos); }
+  void Fail(const char* message) {
+    if (!failed) UTIL_strcpy(error, message, sizeof error);
+    failed = true;
+  }
+
+  // Hexadecimal ("0x", no overflow check) or signed decimal; no digit reads 0.
+  int64_t Number(int64_t min, int64_t max) {
+    Blanks();
+    int64_t value = 0;
+    if (At() == '0' && pos + 1 < g.length && g.text[pos + 1] == 'x') {
+      pos += 2;
+      uint64_t v = 0;
+      for (int d; (d = HexDigit(At())) >= 0; ++pos) v = (v << 4) | static_cast<uint64_t>(d);
+      value = static_cast<int64_t>(v);
+    } else {
+      bool negative = false;
+      if (At() == '+' || At() == '-') negative = g.text[pos++] == '-';
+      value = Digits();
+      if (negative) value = -value;
+    }
+    char msg[64];
+    if (value < min) {
+      UTIL_snprintf(msg, sizeof msg, "Expected a value >= %lld", static_cast<long long>(min));
+      Fail(msg);
+    } else if (value > max) {
+      UTIL_snprintf(msg, sizeof msg, "Expected a value <= %lld", static_cast<long long>(max));
+      Fail(msg);
+    }
+    return value;
+  }
+
+  // Decimal only: a digit is required unless a sign was given; too large
+  // values are clamped without a complaint.
+  int32_t Decimal(int32_t min, int32_t max) {
+    Blanks();
+    bool negative = false, sign = false;
+    if (At() == '+' || At() == '-') {
+      sign = true;
+      negative = g.text[pos++] == '-';
+    }
+    if (!sign && !IsDigit(At())) {
+      Fail("Expecting a number");
+      return 0;
+    }
+    int64_t value = Digits();
+    if ((negative ? -value : value) < min) {
+      char msg[64];
+      UTIL_snprintf(msg, sizeof msg, "Expected a value >= %d", min);
+      Fail(msg);
+      return min;
+    }
+    if (value > max) value = max;
+    return static_cast<int32_t>(negative ? -value : value);
+  }
+
+  // Key name, optional [count], '='. Returns the count (0 when absent).
+  int32_t KeyPrefix(const char* key) {
+    Blanks();
+    const size_t n = strlen(key);
+    if (!MatchI(g.text + pos, key, n)) {
+      char msg[256];
+      UTIL_snprintf(msg, sizeof msg, "Expected \"%s\"", key);
+      Fail(msg);
+      return 0;
+    }
+    pos += static_cast<uint32_t>(n);
+    Blanks();
+    int32_t count = 0;
+    if (At() == '[') {
+      ++pos;
+      count = Decimal(0, 32767);
+      Blanks();
+      Expect(']');
+    }
+    Blanks();
+    Expect('=');
+    Blanks();
+    return count < 0 ? 0 : count;
+  }
+
+  void Expect(char c) {
+    if (failed) return;
+    if (At() != c) {
+      char msg[64];
+      UTIL_snprintf(msg, sizeof msg, "Expected '%c', got '%c'", c, At());
+      Fail(msg);
+      return;
+    }
+    ++pos;
+  }
+
+  static bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+  static int HexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+  }
+  // Decimal digits, saturated far beyond any accepted range.
+  int64_t Digits() {
+    int64_t v = 0;
+    for (; IsDigit(At()); ++pos) {
+      if (v < 100000000000000000LL) v = v * 10 + (At() - '0');
+    }
+    return v;
+  }
+};
+
+// Finds the key and parses its prefix. Returns false (and prints nothing)
+// when the key is missing; `count` receives the [count] of the line.
+bool BeginRead(Parser& parser, const char* section, const char* key, int32_t* count) {
+  const uint32_t line = FindKeyLine(section, key);
+  if (line == kNotFound) return false;
+  parser.pos = line;
+  const int32_t n = parser.KeyPrefix(key);
+  if (count != nullptr) *count = n;
+  return true;
+}
+
+int EndRead(const Parser& parser) {
+  if (!parser.failed) return 0;
+  // A string without its quotes carries no text; there is nothing to show.
+  if (parser.error[0] != '\0') SETTINGS_ReportError(parser.error);
+  return -1;
+}
+
+// ---------------------------------------------------------------- writing
+
+// Replaces the key's line, inserts it in order, or appends its section.
+void WriteLine(const char* section, const char* key, const char* line) {
+  if (key == nullptr || key[0] == '\0') return;
+  char buf[kArrayLineSize + 16];
+  const int n = static_cast<int>(UTIL_snprintf(buf, sizeof buf, "%s\r\n", line) - buf);
+  const uint32_t body = FindSection(section);
+  if (body != kNotFound) {
+    const uint32_t at = FindKey(body, key);
+    if (at != kNotFound) {
+      if (!Splice(at, PastBreak(LineEnd(at)) - at, buf, static_cast<uint32_t>(n))) return;
+    } else {
+      const bool sorted = !(HasName(section) && UTIL_stricmp(section, "CPU") == 0);
+      const size_t keyLen = strlen(key);
+      uint32_t p = NextLine(body);
+      while (p < g.length) {
+        const uint32_t q = SkipBlanks(p);
+        if (g.text[q] == '[') break;
+        if (sorted && UTIL_strnicmp(g.text + q, key, static_cast<int>(keyLen)) >= 0) break;
+        p = NextLine(LineEnd(p));
+      }
+      // The last line may lack its line end; keep the new line separate.
+      const bool needBreak = p == g.length && p > 0 && !IsEol(g.text[p - 1]);
+      if (needBreak && !Splice(p, 0, "\r\n", 2)) return;
+      if (!Splice(needBreak ? p + 2 : p, 0, buf, static_cast<uint32_t>(n))) return;
+    }
+  } else {
+    char head[kArrayLineSize + 300];
+    char* h = head;
+    if (g.length > 0 && !IsEol(g.text[g.length - 1])) h = UTIL_snprintf(h, 3, "\r\n");
+    if (HasName(section)) h = UTIL_snprintf(h, static_cast<int>(head + sizeof head - h), "[%s]\r\n", section);
+    h = UTIL_snprintf(h, static_cast<int>(head + sizeof head - h), "%s", buf);
+    if (!Splice(g.length, 0, head, static_cast<uint32_t>(h - head))) return;
+  }
+  ++g.modified;
+}
+
+// Appends the platform's file message for a failed open or save.
+void FileMessage(char* buf, int size, const char* verb, const char* name, bool readOnly) {
+  SETTINGS_FileMessage(buf, size, verb, name, SYS_GetLastError(), readOnly);
+}
+
+int WriteFile(const char* fileName) {
+  if (HasName(fileName) && strlen(fileName) < kNameSize) UTIL_strcpy(g.fileName, fileName, kNameSize);
+  char msg[1024] = {};
+  int result = 0;
+  if (g.fileName[0] == '\0') {
+    SETTINGS_ReportError("Unable to save project file. No filename specified.");
+    return -1;
+  }
+  // Checked before the file is opened, so a failure never truncates it.
+  if (g.text == nullptr || g.capacity == 0) {
+    UTIL_snprintf(msg, sizeof msg, "Could not save project file [%s]\nInvalid file content buffer!", g.fileName);
+    SETTINGS_ReportError(msg);
+    return -1;
+  }
+  // Opening for writing would succeed for a privileged user; the attribute decides.
+  if (SYS_FILE_IsReadOnly(g.fileName) == 1) {
+    errno = EACCES;
+    FileMessage(msg, sizeof msg, "save", g.fileName, true);
+    SETTINGS_ReportError(msg);
+    return -2;
+  }
+  const int fd = SYS_FILE_OpenSimple(g.fileName, SYS_FILE_WRITE_FLAGS);
+  if (fd < 0) {
+    FileMessage(msg, sizeof msg, "save", g.fileName, false);
+    SETTINGS_ReportError(msg);
+    return -2;
+  }
+  if (SYS_FILE_Write(fd, g.text, g.length) != static_cast<int>(g.length)) {
+    UTIL_snprintf(msg, sizeof msg, "Could not save project file [%s]\nFailed to write data!", g.fileName);
+    result = -1;
+  }
+  SYS_FILE_Close(fd);
+  if (msg[0] != '\0') SETTINGS_ReportError(msg);
+  return result;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- file operations
+
+int SETTINGS_Open(const char* fileName) {
+  Guard guard;
+  if (!guard.ok) return -1;
+  FreeText();
+  g.isOpen = 0;
+  if (fileName != nullptr && strlen(fileName) < kNameSize) UTIL_strcpy(g.fileName, fileName, kNameSize);
+  char msg[1024] = {};
+  if (g.fileName[0] == '\0') {
+    UTIL_strcpy(msg, "Unable to open project file. No filename specified.", sizeof msg);
+  } else {
+    const int fd = SYS_FILE_OpenSimple(g.fileName, SYS_FILE_READ_FLAGS);
+    if (fd < 0) {
+      FileMessage(msg, sizeof msg, "open", g.fileName, false);
+    } else {
+      const uint32_t size = SYS_FILE_GetSize(fd);
+      if (!Grow(size)) {
+        UTIL_snprintf(msg, sizeof msg, "Could not open project file [%s]\nUnable to create file buffer!", g.fileName);
+      } else if (SYS_FILE_Read(fd, g.text, size) != static_cast<int>(size)) {
+        UTIL_snprintf(msg, sizeof msg, "Could not open project file [%s]\nFailed to read data!", g.fileName);
+      } else {
+        g.length = size;
+        g.text[size] = '\0';
+      }
+      SYS_FILE_Close(fd);
+    }
+  }
+  if (msg[0] != '\0') {
+    FreeText();
+    g.fileName[0] = '\0';
+    SETTINGS_ReportError(msg);
+    return -1;
+  }
+  g.isOpen = 1;
+  g.modified = 0;
+  return 0;
+}
+
+int SETTINGS_OpenText(const char* text, uint32_t length) {
+  Guard guard;
+  if (!guard.ok) return -1;
+  FreeText();
+  g.isOpen = 0;
+  g.fileName[0] = '\0';
+  if (!Grow(length)) return -1;
+  if (length != 0) memcpy(g.text, text, length);
+  g.length = length;
+  g.isOpen = 1;
+  g.modified = 0;
+  return 0;
+}
+
+const char* SETTINGS_GetText(uint32_t* length) {
+  Guard guard;
+  if (length != nullptr) *length = guard.ok && g.isOpen ? g.length : 0;
+  return guard.ok && g.isOpen ? g.text : nullptr;
+}
+
+int SETTINGS_New(const char* fileName) {
+  Guard guard;
+  if (!guard.ok) return -1;
+  FreeText();
+  g.isOpen = 0;
+  char msg[1024];
+  if (fileName != nullptr && strlen(fileName) >= kNameSize) {
+    SETTINGS_ReportError("Insufficient memory for filename.");
+    return -1;
+  }
+  if (HasName(fileName) && SYS_FILE_Exists(fileName)) {
+    UTIL_snprintf(msg, sizeof msg, "File already exist:\n%s", fileName);
+    SETTINGS_ReportError(msg);
+    return -1;
+  }
+  UTIL_strcpy(g.fileName, fileName != nullptr ? fileName : "", kNameSize);
+  g.isOpen = 1;
+  g.modified = 1;
+  return 0;
+}
+
+int SETTINGS_Save(const char* fileName) {
+  Guard guard;
+  if (!RequireOpen(guard)) return -1;
+  if (g.modified == 0) return 0;
+  const int result = WriteFile(fileName);
+  if (result == 0) g.modified = 0;
+  return result;
+}
+
+int SETTINGS_Close(void) {
+  Guard guard;
+  if (!RequireOpen(guard)) return -1;
+  FreeText();
+  g.fileName[0] = '\0';
+  g.isOpen = 0;
+  return 0;
+}
+
+int SETTINGS_Clear(void) {
+  Guard guard;
+  if (!RequireOpen(guard)) return -1;
+  FreeText();
+  ++g.modified;
+  return 0;
+}
+
+int SETTINGS_IsOpen(void) {
+  Guard guard;
+  if (!guard.ok) return -1;
+  return g.isOpen ? 1 : 0;
+}
+
+const char* SETTINGS_GetFileName(void) {
+  Guard guard;
+  if (!RequireOpen(guard)) return nullptr;
+  return g.fileName;
+}
+
+int SETTINGS_GetModified(void) {
+  Guard guard;
+  if (!guard.ok || !g.isOpen) return -1;
+  return g.modified;
+}
+
+int SETTINGS_HasKey(const char* section, const char* key) {
+  Guard guard;
+  if (!guard.ok || !g.isOpen) return 0;
+  return FindKeyLine(section, key) != kNotFound ? 1 : 0;
+}
+
+// ---------------------------------------------------------------- typed reads
+
+int SETTINGS_GetU32(const char* section, const char* key, uint32_t* value) {
+  Guard guard;
+  if (value != nullptr) *value = 0;
+  if (!RequireOpen(guard) || value == nullptr) return -1;
+  Parser p{};
+  if (!BeginRead(p, section, key, nullptr)) return -1;
+  const int64_t v = p.Number(-4294967296LL, 4294967295LL);
+  if (!p.failed) *value = static_cast<uint32_t>(v);
+  return EndRead(p);
+}
+
+int SETTINGS_GetI32(const char* section, const char* key, int32_t* value) {
+  Guard guard;
+  if (value != nullptr) *value = 0;
+  if (!RequireOpen(guard) || value == nullptr) return -1;
+  Parser p{};
+  if (!BeginRead(p, section, key, nullptr)) return -1;
+  const int64_t v = p.Number(-2147483648LL, 2147483647LL);
+  if (!p.failed) *value = static_cast<int32_t>(v);
+  return EndRead(p);
+}
+
+int SETTINGS_GetString(const char* section, const char* key, char* buffer, int size) {
+  Guard guard;
+  if (buffer != nullptr && size > 0) buffer[0] = '\0';
+  if (!RequireOpen(guard) || buffer == nullptr || size <= 0) return -1;
+  Parser p{};
+  if (!BeginRead(p, section, key, nullptr)) return -1;
+  if (!p.failed) {
+    if (p.At() != '"') {
+      p.Fail("");
+    } else {
+      ++p.pos;
+      int n = 0;
+      while (n < size - 1 && p.pos < g.length && g.text[p.pos] != '"') buffer[n++] = g.text[p.pos++];
+      buffer[n] = '\0';
+      if (p.At() != '"') p.Fail("");
+    }
+  }
+  EndRead(p);
+  return -1;  // callers ignore the result; it has always been -1
+}
+
+namespace {
+int ReadBytes(const char* section, const char* key, uint8_t* bytes, int capacity, bool decimalOnly) {
+  Guard guard;
+  if (bytes != nullptr && capacity > 0) memset(bytes, 0, static_cast<size_t>(capacity));
+  if (!RequireOpen(guard) || bytes == nullptr || capacity <= 0) return -1;
+  Parser p{};
+  int32_t count = 0;
+  if (!BeginRead(p, section, key, &count)) return -1;
+  const int n = count < capacity ? count : capacity;
+  for (int i = 0; i < n && !p.failed; ++i) {
+    const int64_t v = decimalOnly ? p.Decimal(0, 255) : p.Number(0, 255);
+    if (!p.failed) bytes[i] = static_cast<uint8_t>(v);
+    p.Blanks();
+    if (p.At() == ',') ++p.pos;
+    p.Blanks();
+  }
+  return EndRead(p);
+}
+}  // namespace
+
+int SETTINGS_GetByteArray(const char* section, const char* key, uint8_t* bytes, int capacity) {
+  return ReadBytes(section, key, bytes, capacity, false);
+}
+
+int SETTINGS_GetDecByteArray(const char* section, const char* key, uint8_t* bytes, int capacity) {
+  return ReadBytes(section, key, bytes, capacity, true);
+}
+
+int SETTINGS_GetIndexSet(const char* section, const char* key, uint8_t* flags, int numFlags) {
+  Guard guard;
+  if (flags != nullptr && numFlags > 0) memset(flags, 0, static_cast<size_t>(numFlags));
+  if (!RequireOpen(guard) || flags == nullptr || numFlags <= 0) return -1;
+  Parser p{};
+  int32_t count = 0;
+  if (!BeginRead(p, section, key, &count)) return -1;
+  for (int i = 0; i < count && !p.failed; ++i) {
+    if (IsEol(p.At()) || p.At() == '\0') break;
+    int32_t start = p.Decimal(0, 32767);
+    int32_t end = start;
+    p.Blanks();
+    if (p.At() == '-') {
+      ++p.pos;
+      end = p.Decimal(0, 32767);
+    }
+    p.Blanks();
+    if (p.At() == ',') ++p.pos;
+    if (p.failed) break;
+    if (start < 0) start = 0;
+    if (end < start) end = start;
+    if (start >= numFlags) break;
+    for (int32_t k = start; k <= end && k < numFlags; ++k) flags[k] = 1;
+  }
+  return EndRead(p);
+}
+
+// ---------------------------------------------------------------- typed writes
+
+void SETTINGS_SetHex8(const char* section, const char* key, uint32_t value) {
+  Guard guard;
+  if (!RequireOpen(guard) || key == nullptr) return;
+  char line[kLineSize];
+  UTIL_snprintf(line, sizeof line, "  %s = 0x%.2X", key, value & 0xFFu);
+  WriteLine(section, key, line);
+}
+
+void SETTINGS_SetDec(const char* section, const char* key, int32_t value) {
+  Guard guard;
+  if (!RequireOpen(guard) || key == nullptr) return;
+  char line[kLineSize];
+  UTIL_snprintf(line, sizeof line, "  %s = %d", key, value);
+  WriteLine(section, key, line);
+}
+
+void SETTINGS_SetHex32(const char* section, const char* key, uint32_t value) {
+  Guard guard;
+  if (!RequireOpen(guard) || key == nullptr) return;
+  char line[kLineSize];
+  UTIL_snprintf(line, sizeof line, "  %s = 0x%.8X", key, value);
+  WriteLine(section, key, line);
+}
+
+void SETTINGS_SetString(const char* section, const char* key, const char* text) {
+  Guard guard;
+  if (!RequireOpen(guard) || key == nullptr || text == nullptr) return;
+  char line[kLineSize];
+  UTIL_snprintf(line, sizeof line, "  %s = \"%s\"", key, text);
+  WriteLine(section, key, line);
+}
+
+namespace {
+void WriteBytes(const char* section, const char* key, const uint8_t* bytes, int count, bool decimal) {
+  Guard guard;
+  if (!RequireOpen(guard) || key == nullptr || bytes == nullptr || count <= 0) return;
+  char line[kArrayLineSize];
+  char* end = line + sizeof line;
+  char* p = UTIL_snprintf(line, sizeof line, "  %s[%d] = ", key, count);
+  for (int i = 0; i < count && p < end - 1; ++i) {
+    const char* sep = i == 0 ? "" : ",";
+    p = decimal ? UTIL_snprintf(p, static_cast<int>(end - p), "%s%d", sep, bytes[i])
+                : UTIL_snprintf(p, static_cast<int>(end - p), "%s0x%.2X", sep, bytes[i]);
+  }
+  WriteLine(section, key, line);
+}
+}  // namespace
+
+void SETTINGS_SetByteArray(const char* section, const char* key, const uint8_t* bytes, int count) {
+  WriteBytes(section, key, bytes, count, false);
+}
+
+void SETTINGS_SetDecByteArray(const char* section, const char* key, const uint8_t* bytes, int count) {
+  WriteBytes(section, key, bytes, count, true);
+}
+
+void SETTINGS_SetIndexSet(const char* section, const char* key, const uint8_t* flags, int numFlags) {
+  Guard guard;
+  if (!RequireOpen(guard) || key == nullptr || flags == nullptr || numFlags <= 0) return;
+  // Items first (their number goes in front of them), one per run of set flags.
+  char items[kArrayLineSize];
+  char* p = items;
+  items[0] = '\0';
+  int numItems = 0;
+  for (int i = 0; i < numFlags;) {
+    if (flags[i] == 0) {
+      ++i;
+      continue;
+    }
+    int j = i;
+    while (j + 1 < numFlags && flags[j + 1] != 0) ++j;
+    char item[32];
+    const char* sep = numItems == 0 ? "" : ",";
+    if (j == i) {
+      UTIL_snprintf(item, sizeof item, "%s%d", sep, i);
+    } else {
+      UTIL_snprintf(item, sizeof item, "%s%d-%d", sep, i, j);
+    }
+    const int len = UTIL_strlen(item);
+    if ((p - items) + len > kIndexSetBudget) break;
+    p = UTIL_snprintf(p, static_cast<int>(items + sizeof items - p), "%s", item);
+    ++numItems;
+    i = j + 1;
+  }
+  char line[kArrayLineSize + 300];
+  UTIL_snprintf(line, sizeof line, "  %s[%d] = %s", key, numItems, items);
+  WriteLine(section, key, line);
+}
+
+void SETTINGS_DeleteKey(const char* section, const char* key) {
+  Guard guard;
+  if (!RequireOpen(guard)) return;
+  const uint32_t at = FindKeyLine(section, key);
+  if (at == kNotFound) return;
+  Splice(at, PastBreak(LineEnd(at)) - at, nullptr, 0);
+  ++g.modified;
+}

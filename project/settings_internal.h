@@ -1,0 +1,12 @@
+// Reporting shared by the settings stores and the project model (not part of
+// the module's interface).
+#pragma once
+
+// An error: collected by the operation in progress, or printed on its own
+// when no operation is open.
+void SETTINGS_ReportError(const char* text);
+void SETTINGS_ReportWarning(const char* text);
+// "Could not <verb> file [<name>]\n<reason>", the reason chosen by the
+// platform's error code.
+void SETTINGS_FileMessage(char* buffer, int size, const char* verb, const char* name, int errorCode,
+                          bool readOnly);
