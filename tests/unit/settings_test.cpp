@@ -1,0 +1,279 @@
+// The project file's text store: lookup, value forms, insertion order, and
+// the file round trip.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "project/settings.h"
+
+namespace {
+
+void Load(const std::string& text) { ASSERT_EQ(0, SETTINGS_OpenText(text.data(), static_cast<uint32_t>(text.size()))); }
+
+std::string Text() {
+  uint32_t n = 0;
+  const char* t = SETTINGS_GetText(&n);
+  return t != nullptr ? std::string(t, n) : std::string();
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+std::string TempPath(const char* name) {
+  return ::testing::TempDir() + "settings_" + std::to_string(getpid()) + "_" + name;
+}
+
+struct U32Case {
+  const char* line;
+  int result;
+  uint32_t value;
+};
+
+TEST(SettingsRead, U32ValueForms) {
+  const U32Case cases[] = {
+      {"Key=0x1F", 0, 31},
+      {"Key = 31", 0, 31},
+      {"  key =31", 0, 31},
+      {"KEY = +31", 0, 31},
+      {"\tKey \t=\t 31", 0, 31},
+      {"Key = 0X1F", 0, 0},        // upper-case X is not hexadecimal
+      {"Key =", 0, 0},             // an empty value reads as 0
+      {"Key = -1", 0, 4294967295u},
+      {"Key = 4294967295", 0, 4294967295u},
+      {"Key = 4294967296", -1, 0},
+      {"Key = -4294967297", -1, 0},
+      {"Key = 12abc", 0, 12},      // text after the number is ignored
+      {"Key[2] = 7", 0, 7},
+      {"Key x = 1", -1, 0},        // not a key line of "Key": missing
+      {"Keyboard = 5", -1, 0},
+  };
+  for (const U32Case& c : cases) {
+    Load(std::string("[S]\r\n") + c.line + "\r\n");
+    uint32_t v = 123;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(c.result, SETTINGS_GetU32("S", "Key", &v)) << c.line;
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(c.value, v) << c.line;
+  }
+}
+
+TEST(SettingsRead, RangeMessage) {
+  Load("[S]\r\nKey = 4294967296\r\n");
+  uint32_t v;
+  testing::internal::CaptureStdout();
+  SETTINGS_GetU32("S", "Key", &v);
+  EXPECT_EQ("ERROR: Expected a value <= 4294967295\n", testing::internal::GetCapturedStdout());
+}
+
+TEST(SettingsRead, SectionAndKeyLookup) {
+  struct Case {
+    const char* text;
+    int result;
+    uint32_t value;
+  } cases[] = {
+      {"[ GENERAL]\r\nKey = 1\r\n", -1, 0},
+      {"[GENERALX]\r\nKey = 1\r\n", -1, 0},
+      {"[general] trailing\r\nKey = 1\r\n", 0, 1},
+      {"  [GENERAL]\nKey = 2\n", 0, 2},
+      {"[GENERAL]\r\nKey = 1\r\nKey = 2\r\n", 0, 1},                       // first key wins
+      {"[GENERAL]\r\nA = 1\r\n[GENERAL]\r\nKey = 3\r\n", -1, 0},           // first section only
+      {"[GENERAL]\r\n[OTHER]\r\nKey = 1\r\n", -1, 0},
+      {"[GENERAL]\r\n\r\n\r\n  Key = 4\r\n", 0, 4},
+      {"[GENERAL]\rKey = 5\r", 0, 5},
+      {"Key = 9\r\n[GENERAL]", -1, 0},                                     // header without line end
+  };
+  for (const Case& c : cases) {
+    Load(c.text);
+    uint32_t v = 77;
+    EXPECT_EQ(c.result, SETTINGS_GetU32("GENERAL", "Key", &v)) << c.text;
+    EXPECT_EQ(c.value, v) << c.text;
+  }
+  Load("Key = 9\r\n[GENERAL]\r\nKey = 1\r\n");
+  uint32_t v;
+  EXPECT_EQ(0, SETTINGS_GetU32(nullptr, "Key", &v));
+  EXPECT_EQ(9u, v);
+}
+
+TEST(SettingsRead, Strings) {
+  char buf[8];
+  Load("[S]\r\nA = \"abc\"\r\nB = abc\r\nC = \"abc\r\nD = \"abcdefghij\"\r\nE = \"\"\r\n");
+  EXPECT_EQ(-1, SETTINGS_GetString("S", "A", buf, sizeof buf));  // -1 even on success
+  EXPECT_STREQ("abc", buf);
+  testing::internal::CaptureStdout();
+  SETTINGS_GetString("S", "B", buf, sizeof buf);
+  EXPECT_STREQ("", buf);
+  SETTINGS_GetString("S", "D", buf, sizeof buf);
+  EXPECT_STREQ("abcdefg", buf);  // the cut prefix stays
+  testing::internal::GetCapturedStdout();
+  SETTINGS_GetString("S", "E", buf, sizeof buf);
+  EXPECT_STREQ("", buf);
+}
+
+TEST(SettingsRead, ByteArrays) {
+  uint8_t b[4];
+  Load("[FLASH]\r\nabID[3] = 0xC2,0x20 0x17\r\nOne = 0xC2\r\nBig[2] = 1,256\r\nDec[3] = 1, 300 ,7\r\n");
+  EXPECT_EQ(0, SETTINGS_GetByteArray("FLASH", "abID", b, 4));
+  EXPECT_EQ((std::array<uint8_t, 4>{0xC2, 0x20, 0x17, 0}), (std::array<uint8_t, 4>{b[0], b[1], b[2], b[3]}));
+  EXPECT_EQ(0, SETTINGS_GetByteArray("FLASH", "One", b, 4));
+  EXPECT_EQ(0, b[0]);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(-1, SETTINGS_GetByteArray("FLASH", "Big", b, 4));
+  EXPECT_EQ("ERROR: Expected a value <= 255\n", testing::internal::GetCapturedStdout());
+  EXPECT_EQ(0, SETTINGS_GetDecByteArray("FLASH", "Dec", b, 4));
+  EXPECT_EQ(255, b[1]);  // clamped, not reported
+  EXPECT_EQ(7, b[2]);
+  EXPECT_EQ(0, SETTINGS_GetByteArray("FLASH", "abID", b, 2));  // capacity limits
+  EXPECT_EQ(0x20, b[1]);
+}
+
+TEST(SettingsRead, IndexSets) {
+  uint8_t f[10];
+  Load("[S]\r\nSel[3] = 0-2,5,7-8\r\nFar[2] = 4, 30-40\r\nBack[1] = 6-2\r\n");
+  EXPECT_EQ(0, SETTINGS_GetIndexSet("S", "Sel", f, 10));
+  EXPECT_EQ(std::string("\1\1\1\0\0\1\0\1\1\0", 10), std::string(reinterpret_cast<char*>(f), 10));
+  EXPECT_EQ(0, SETTINGS_GetIndexSet("S", "Far", f, 10));
+  EXPECT_EQ(std::string("\0\0\0\0\1\0\0\0\0\0", 10), std::string(reinterpret_cast<char*>(f), 10));
+  EXPECT_EQ(0, SETTINGS_GetIndexSet("S", "Back", f, 10));
+  EXPECT_EQ(1, f[6]);
+  EXPECT_EQ(0, f[5]);
+}
+
+TEST(SettingsWrite, LineFormsAndRoundTrip) {
+  Load("");
+  const uint8_t bytes[] = {1, 0xAB, 255};
+  const uint8_t flags[] = {1, 1, 1, 0, 0, 1, 0, 1, 1};
+  SETTINGS_SetHex8("S", "H8", 0x1FF);
+  SETTINGS_SetDec("S", "Dec", -5);
+  SETTINGS_SetHex32("S", "H32", 0xABCDEF);
+  SETTINGS_SetString("S", "Str", "x y");
+  SETTINGS_SetString("S", "Null", nullptr);
+  SETTINGS_SetByteArray("S", "Bytes", bytes, 3);
+  SETTINGS_SetByteArray("S", "None", bytes, 0);
+  SETTINGS_SetDecByteArray("S", "DecBytes", bytes, 3);
+  SETTINGS_SetIndexSet("S", "Sel", flags, 9);
+  EXPECT_EQ(
+      "[S]\r\n"
+      "  Bytes[3] = 0x01,0xAB,0xFF\r\n"
+      "  Dec = -5\r\n"
+      "  DecBytes[3] = 1,171,255\r\n"
+      "  H32 = 0x00ABCDEF\r\n"
+      "  H8 = 0xFF\r\n"
+      "  Sel[3] = 0-2,5,7-8\r\n"
+      "  Str = \"x y\"\r\n",
+      Text());
+  uint8_t back[9];
+  EXPECT_EQ(0, SETTINGS_GetIndexSet("S", "Sel", back, 9));
+  EXPECT_EQ(0, memcmp(back, flags, 9));
+  int32_t d;
+  EXPECT_EQ(0, SETTINGS_GetI32("S", "Dec", &d));
+  EXPECT_EQ(-5, d);
+  EXPECT_EQ(7, SETTINGS_GetModified());  // the two empty writes do nothing
+}
+
+TEST(SettingsWrite, InsertionOrderAndReplacement) {
+  Load("[GENERAL]\r\n  HostName = \"h\"\r\n  USBPort = 0\r\n[CPU]\r\n  B = 1\r\n  C = 2\r\n");
+  SETTINGS_SetDec("GENERAL", "GUIMode", 1);
+  SETTINGS_SetDec("cpu", "A", 0);           // CPU keeps the order of writing
+  SETTINGS_SetDec("GENERAL", "usbport", 3); // replaces, keeping its place
+  SETTINGS_SetDec("NEW", "K", 4);
+  SETTINGS_SetDec(nullptr, "Top", 5);       // unnamed section: before the first header
+  EXPECT_EQ(
+      "  Top = 5\r\n"
+      "[GENERAL]\r\n  GUIMode = 1\r\n  HostName = \"h\"\r\n  usbport = 3\r\n"
+      "[CPU]\r\n  B = 1\r\n  C = 2\r\n  A = 0\r\n"
+      "[NEW]\r\n  K = 4\r\n",
+      Text());
+  SETTINGS_DeleteKey("GENERAL", "HostName");
+  SETTINGS_DeleteKey("GENERAL", "Missing");
+  EXPECT_EQ(std::string::npos, Text().find("HostName"));
+}
+
+TEST(SettingsWrite, MissingLineEndAndHeaderAtEnd) {
+  Load("[A]\r\n  X = 1");
+  SETTINGS_SetDec("A", "Y", 2);
+  EXPECT_EQ("[A]\r\n  X = 1\r\n  Y = 2\r\n", Text());
+  Load("[A]\r\n  X = 1\r\n[FLASH]");
+  SETTINGS_SetDec("FLASH", "Z", 3);  // the trailing header is no section
+  EXPECT_EQ("[A]\r\n  X = 1\r\n[FLASH]\r\n[FLASH]\r\n  Z = 3\r\n", Text());
+}
+
+TEST(SettingsWrite, GrowsBeyondOneBuffer) {
+  Load("");
+  for (int i = 0; i < 1000; ++i) {
+    char key[32];
+    snprintf(key, sizeof key, "Key%04d", i);
+    SETTINGS_SetHex32("BIG", key, static_cast<uint32_t>(i));
+  }
+  EXPECT_GT(Text().size(), 2u * 8192);
+  for (int i = 0; i < 1000; i += 97) {
+    char key[32];
+    snprintf(key, sizeof key, "Key%04d", i);
+    uint32_t v = 0;
+    EXPECT_EQ(0, SETTINGS_GetU32("BIG", key, &v));
+    EXPECT_EQ(static_cast<uint32_t>(i), v);
+  }
+}
+
+TEST(SettingsFile, SaveOpenAndUnmodifiedSave) {
+  const std::string path = TempPath("a.pellam");
+  unlink(path.c_str());
+  ASSERT_EQ(0, SETTINGS_New(path.c_str()));
+  EXPECT_EQ(1, SETTINGS_GetModified());
+  SETTINGS_SetDec("S", "K", 1);
+  EXPECT_EQ(0, SETTINGS_Save(nullptr));
+  EXPECT_EQ(0, SETTINGS_GetModified());
+  EXPECT_EQ("[S]\r\n  K = 1\r\n", ReadFile(path));
+  ASSERT_EQ(0, SETTINGS_Open(path.c_str()));
+  EXPECT_EQ(0, SETTINGS_GetModified());
+  unlink(path.c_str());
+  EXPECT_EQ(0, SETTINGS_Save(nullptr));  // nothing to write: the disk is not touched
+  EXPECT_NE(0, access(path.c_str(), F_OK));
+  EXPECT_EQ(0, SETTINGS_Close());
+  EXPECT_EQ(0, SETTINGS_IsOpen());
+}
+
+TEST(SettingsFile, Refusals) {
+  const std::string path = TempPath("b.pellam");
+  { std::ofstream(path) << "[S]\r\n"; }
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(-1, SETTINGS_New(path.c_str()));
+  EXPECT_EQ("ERROR: File already exist:\n" + path + "\n", testing::internal::GetCapturedStdout());
+  EXPECT_EQ(0, SETTINGS_IsOpen());
+
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(-1, SETTINGS_Open((path + ".missing").c_str()));
+  EXPECT_EQ("ERROR: Could not open file [" + path + ".missing]\nFile not found!\n",
+            testing::internal::GetCapturedStdout());
+  EXPECT_EQ(nullptr, SETTINGS_GetText(nullptr));
+
+  testing::internal::CaptureStdout();
+  uint32_t v;
+  EXPECT_EQ(-1, SETTINGS_GetU32("S", "K", &v));
+  SETTINGS_SetDec("S", "K", 1);
+  EXPECT_EQ("WARNING: No project file opened.\nWARNING: No project file opened.\n",
+            testing::internal::GetCapturedStdout());
+
+  // A read-only file is left as it is.
+  ASSERT_EQ(0, SETTINGS_Open(path.c_str()));
+  chmod(path.c_str(), 0444);
+  SETTINGS_SetDec("S", "K", 1);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(-2, SETTINGS_Save(nullptr));
+  EXPECT_EQ("ERROR: Could not save file [" + path + "]\nFile has read only attribute!\n",
+            testing::internal::GetCapturedStdout());
+  EXPECT_EQ("[S]\r\n", ReadFile(path));
+  EXPECT_GT(SETTINGS_GetModified(), 0);
+  chmod(path.c_str(), 0644);
+  unlink(path.c_str());
+}
+
+}  // namespace
