@@ -1,0 +1,320 @@
+// The project model: every key loaded and saved byte-exact, the clamps and
+// defaults, older files, steps, the modified counter and saving failures.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "project/project.h"
+#include "project/settings.h"
+
+namespace {
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+// A private HOME and working files for this process.
+class ProjectTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char tmpl[] = "/tmp/pellam_project_XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(tmpl));
+    dir_ = tmpl;
+    setenv("HOME", dir_.c_str(), 1);
+  }
+  void TearDown() override {
+    if (PROJECT_IsOpen() == 1) {
+      testing::internal::CaptureStdout();
+      PROJECT_Close();
+      testing::internal::GetCapturedStdout();
+    }
+    std::string cmd = "rm -rf '" + dir_ + "'";
+    (void)system(cmd.c_str());
+  }
+  std::string Write(const std::string& name, const std::string& text) {
+    const std::string path = dir_ + "/" + name;
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+  }
+  // Opens quietly; returns the open's result.
+  int Open(const std::string& path) {
+    testing::internal::CaptureStdout();
+    const int r = PROJECT_Open(path.c_str());
+    out_ = testing::internal::GetCapturedStdout();
+    return r;
+  }
+  int OpenText(const std::string& text) { return Open(Write("t.pellam", text)); }
+  std::string dir_;
+  std::string out_;
+};
+
+TEST_F(ProjectTest, EveryKeyLoadsAndSavesByteExact) {
+  const std::string src = std::string(PELLAM_SOURCE_DIR) + "/tests/data/project/";
+  ASSERT_EQ(0, Open(src + "full.pellam"));
+  EXPECT_EQ("Opening project file [" + src + "full.pellam] ...\r\n- Project opened successfully\r\n", out_);
+  EXPECT_EQ(0, PROJECT_IsModified());
+
+  ProjectGeneral g;
+  PROJECT_GetGeneral(&g);
+  EXPECT_STREQ("192.168.1.20", g.HostName);
+  EXPECT_EQ(0x1B2E3Fu, g.USBSerialNo);
+  FlashParams f;
+  PROJECT_GetFlashParams(&f);
+  EXPECT_EQ(0xEF, f.abID[0]);
+  EXPECT_EQ(4, f.NumAddrBytes);
+  SeqStep s;
+  PROJECT_GetStep(0, 1, &s);
+  EXPECT_EQ(SEQ_ACTION_WRITE_DATA, s.Action);
+  EXPECT_EQ(0, memcmp(s.Data, "\x06\x01\x02\x00", 4));
+  EXPECT_STREQ("write enable", s.Comment);
+  uint8_t sel[12];
+  EXPECT_EQ(5u, PROJECT_GetSectorSelection(sel, 12));
+  EXPECT_EQ(0, memcmp(sel, "\1\1\1\1\0\0\0\0\0\0\1\0", 12));
+
+  const std::string out = dir_ + "/out.pellam";
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(0, PROJECT_SaveAs(out.c_str()));
+  EXPECT_EQ("Saving project file [" + out + "] ...\r\n- Project saved successfully\r\n",
+            testing::internal::GetCapturedStdout());
+  EXPECT_EQ(ReadFile(src + "full_saved.pellam"), ReadFile(out));
+  // The saved project is recorded as the current one.
+  EXPECT_NE(std::string::npos,
+            ReadFile(dir_ + "/.config/Valmik/PellamSPI.ini").find("[PROJECT]\r\nCurrent=\"" + out + "\"\r\n"));
+
+  // Reading the saved file back changes nothing.
+  ASSERT_EQ(0, Open(out));
+  EXPECT_EQ(0, PROJECT_IsModified());
+  FlashParams f2;
+  PROJECT_GetFlashParams(&f2);
+  EXPECT_EQ(0, memcmp(&f, &f2, sizeof f));
+}
+
+TEST_F(ProjectTest, MissingKeysAndClamps) {
+  struct Case {
+    const char* text;
+    uint32_t speed;
+  } cases[] = {{"[JTAG]\r\nSpeed0 = 500\r\n", 1000}, {"[JTAG]\r\nSpeed0 = 30000\r\n", 25000},
+               {"[GENERAL]\r\n", 4000}, {"[JTAG]\r\nSpeed0 = 9999\r\n", 9999}};
+  for (const Case& c : cases) {
+    ASSERT_EQ(0, OpenText(c.text));
+    ProjectSequences* seq = new ProjectSequences;
+    PROJECT_GetSequences(seq);
+    EXPECT_EQ(c.speed, seq->Speed0) << c.text;
+    delete seq;
+  }
+  // Defaults of a file that names nothing differ from a new project's.
+  ASSERT_EQ(0, OpenText(""));
+  FlashParams f;
+  PROJECT_GetFlashParams(&f);
+  EXPECT_EQ(65536u, f.NumPages);
+  EXPECT_EQ(8u, f.PageSizeShift);
+  EXPECT_EQ(16u, f.SectorSizeShift);
+  EXPECT_EQ(0, f.StatusIsReadyBit);
+  EXPECT_EQ(3, f.NumAddrBytes);
+  EXPECT_EQ(0x9F, f.CmdReadID);
+  ProjectProduction pr;
+  PROJECT_GetProduction(&pr);
+  EXPECT_EQ(1, pr.EraseType);
+  EXPECT_EQ(0u, pr.TargetPowerDelay);
+
+  ASSERT_EQ(0, OpenText("[FLASH]\r\nFlashType = 0\r\nAutoDetect = 7\r\nPageSizeShift = 40\r\n"
+                        "[SPI]\r\nStatusBitPos = 9\r\nNumAddrBytes = 0x40\r\n"
+                        "[PRODUCTION]\r\nTargetPowerDelay = 20000\r\nEraseType = -1\r\n"
+                        "[GENERAL]\r\nConnectMode = 5\r\nUSBPort = 9\r\n"));
+  PROJECT_GetFlashParams(&f);
+  EXPECT_EQ(1u, f.FlashType);
+  EXPECT_EQ(1u, f.AutoDetect);
+  EXPECT_EQ(32u, f.PageSizeShift);
+  EXPECT_EQ(7, f.StatusBitPos);
+  EXPECT_EQ(32, f.NumAddrBytes);
+  PROJECT_GetProduction(&pr);
+  EXPECT_EQ(10000u, pr.TargetPowerDelay);
+  EXPECT_EQ(4, pr.EraseType);
+  ProjectGeneral g;
+  PROJECT_GetGeneral(&g);
+  EXPECT_EQ(2, g.ConnectMode);
+  EXPECT_EQ(3, g.USBPort);
+}
+
+TEST_F(ProjectTest, OlderFileKeys) {
+  ASSERT_EQ(0, OpenText("[GENERAL]\r\nConnectIP = 1\r\n[SPI]\r\nAddrBytesReadFast = 4\r\n"));
+  ProjectGeneral g;
+  PROJECT_GetGeneral(&g);
+  EXPECT_EQ(2, g.ConnectMode);
+  FlashParams f;
+  PROJECT_GetFlashParams(&f);
+  EXPECT_EQ(4, f.NumAddrBytes);
+  const std::string out = dir_ + "/old_saved.pellam";
+  testing::internal::CaptureStdout();
+  ASSERT_EQ(0, PROJECT_SaveAs(out.c_str()));
+  testing::internal::GetCapturedStdout();
+  const std::string saved = ReadFile(out);
+  EXPECT_NE(std::string::npos, saved.find("  NumAddrBytes = 0x04\r\n"));
+  EXPECT_NE(std::string::npos, saved.find("  ConnectMode = 2\r\n"));
+  EXPECT_EQ(std::string::npos, saved.find("AddrBytesReadFast"));
+  EXPECT_EQ(std::string::npos, saved.find("ConnectIP"));
+  EXPECT_EQ(std::string::npos, saved.find("SelectedSectors"));  // no selection, no key
+
+  ASSERT_EQ(0, OpenText("[GENERAL]\r\nConnectIP = 0\r\n[SPI]\r\nAddrBytesReadData = 2\r\n"));
+  PROJECT_GetGeneral(&g);
+  EXPECT_EQ(0, g.ConnectMode);
+  PROJECT_GetFlashParams(&f);
+  EXPECT_EQ(3, f.NumAddrBytes);
+}
+
+TEST_F(ProjectTest, Steps) {
+  ASSERT_EQ(0, OpenText("[CPU]\r\nNumInitSteps = 300\r\n"));
+  EXPECT_EQ(256u, PROJECT_GetStepCount(0));
+  SeqStep s;
+  PROJECT_GetStep(0, 255, &s);
+  EXPECT_EQ(SEQ_ACTION_DELAY, s.Action);
+  EXPECT_EQ(0u, s.Value0);
+  PROJECT_GetStep(0, 256, &s);  // out of range: zero-filled
+  EXPECT_EQ(0u, s.Action);
+  EXPECT_EQ(0, PROJECT_IsModified());
+
+  ASSERT_EQ(0, OpenText("[CPU]\r\nNumExitSteps = 3\r\n"
+                        "ExitStep0_Action = \"Jump\"\r\nExitStep0_Value0 = 5\r\nExitStep0_Value1 = 6\r\n"
+                        "ExitStep1_Action = \"var xor\"\r\nExitStep1_Value0 = 5\r\nExitStep1_Value1 = 0xFF\r\n"
+                        "ExitStep2_Action = \"WRITE DATA\"\r\nExitStep2_Value0 = 2\r\n"
+                        "ExitStep2_Value1[2] = 0xAA,0x55\r\nExitStep2_Comment = \"c\"\r\n"));
+  EXPECT_EQ(3u, PROJECT_GetStepCount(1));
+  PROJECT_GetStep(1, 0, &s);
+  EXPECT_EQ(SEQ_ACTION_DELAY, s.Action);  // unknown action
+  EXPECT_EQ(0u, s.Value0);
+  EXPECT_EQ(0u, s.Value1);
+  PROJECT_GetStep(1, 1, &s);
+  EXPECT_EQ(SEQ_ACTION_VAR_XOR, s.Action);
+  EXPECT_EQ(0xFFu, s.Value1);
+  PROJECT_GetStep(1, 2, &s);
+  EXPECT_EQ(SEQ_ACTION_WRITE_DATA, s.Action);
+  EXPECT_EQ(0u, s.Value1);
+  EXPECT_EQ(0xAA, s.Data[0]);
+  EXPECT_EQ(0x55, s.Data[1]);
+}
+
+TEST_F(ProjectTest, SettersCountOnlyChanges) {
+  ASSERT_EQ(0, OpenText("[JTAG]\r\nSpeed0 = 4000\r\n"));
+  std::unique_ptr<ProjectSequences> seq(new ProjectSequences);
+  PROJECT_GetSequences(seq.get());
+  seq->ExitSteps[10].Value0 = 99;  // beyond the step count: normalised away
+  PROJECT_SetSequences(seq.get());
+  EXPECT_EQ(0, PROJECT_IsModified());
+  seq->Speed0 = 5000;
+  EXPECT_EQ(1, PROJECT_SequencesDiffer(seq.get()));
+  PROJECT_SetSequences(seq.get());
+  EXPECT_EQ(1, PROJECT_IsModified());
+
+  ProjectGeneral g;
+  PROJECT_GetGeneral(&g);
+  g.HostName[10] = 'x';  // after the terminator: not a difference
+  EXPECT_EQ(0, PROJECT_GeneralDiffers(&g));
+
+  uint32_t addr = 1;
+  PROJECT_SetDataFile("a.hex", 0x100);
+  EXPECT_STREQ("a.hex", PROJECT_GetDataFile(&addr));
+  EXPECT_EQ(0x100u, addr);
+  const std::string longName(600, 'n');
+  testing::internal::CaptureStdout();
+  PROJECT_SetDataFile(longName.c_str(), 0x200);
+  EXPECT_EQ("ERROR: Too large file name.\n", testing::internal::GetCapturedStdout());
+  EXPECT_STREQ("a.hex", PROJECT_GetDataFile(&addr));
+  EXPECT_EQ(0x200u, addr);  // the address was taken first
+}
+
+TEST_F(ProjectTest, NewProjectDefaults) {
+  testing::internal::CaptureStdout();
+  ASSERT_EQ(0, PROJECT_New(nullptr));
+  EXPECT_EQ("Creating new project ...\r\n- New project created successfully\r\n",
+            testing::internal::GetCapturedStdout());
+  EXPECT_EQ(1, PROJECT_IsModified());
+  EXPECT_STREQ("", PROJECT_GetName());
+  FlashParams f;
+  PROJECT_GetFlashParams(&f);
+  EXPECT_EQ(0u, f.NumPages);
+  EXPECT_EQ(1, f.StatusIsReadyBit);
+  EXPECT_EQ(0xD8, f.CmdEraseSector);
+  ProjectProduction pr;
+  PROJECT_GetProduction(&pr);
+  EXPECT_EQ(2, pr.EraseType);
+  EXPECT_EQ(200u, pr.TargetPowerDelay);
+  std::unique_ptr<ProjectSequences> seq(new ProjectSequences);
+  PROJECT_GetSequences(seq.get());
+  EXPECT_EQ(12000u, seq->Speed0);
+  uint8_t sel[4];
+  EXPECT_EQ(4u, PROJECT_GetSectorSelection(sel, 4));  // no selection: every sector
+  // Closing drops the changes: the prompt is answered "No".
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(0, PROJECT_Close());
+  EXPECT_EQ("Close project\r\n- Project closed\r\n", testing::internal::GetCapturedStdout());
+  EXPECT_EQ(0, PROJECT_IsOpen());
+}
+
+TEST_F(ProjectTest, SaveFailuresLeaveTheFile) {
+  const std::string path = Write("ro.pellam", "[JTAG]\r\nSpeed0 = 4000\r\n");
+  ASSERT_EQ(0, Open(path));
+  std::unique_ptr<ProjectSequences> seq(new ProjectSequences);
+  PROJECT_GetSequences(seq.get());
+  seq->Speed0 = 6000;
+  PROJECT_SetSequences(seq.get());
+  chmod(path.c_str(), 0444);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(-1, PROJECT_Save());
+  const std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_NE(std::string::npos, out.find("ERROR: Failed to save project file")) << out;
+  EXPECT_EQ("[JTAG]\r\nSpeed0 = 4000\r\n", ReadFile(path));
+  chmod(path.c_str(), 0644);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(0, PROJECT_Save());
+  testing::internal::GetCapturedStdout();
+  EXPECT_NE(std::string::npos, ReadFile(path).find("  Speed0 = 6000\r\n"));
+  EXPECT_EQ(0, PROJECT_IsModified());
+}
+
+TEST_F(ProjectTest, BadInputFallsBack) {
+  std::string junk = "[GENERAL]\r\nHostName = \"unterminated\r\nUSBPort = 0x\r\nGUIMode = 99999999999\r\n"
+                     "[CPU]\r\nNumInitSteps = 99999999999999999999\r\nInitStep0_Value1[40000] = 1,2\r\n"
+                     "[FLASH]\r\nabID[ = 1\r\nSelectedSectors[9] = 5-,x\r\n";
+  for (int i = 0; i < 256; ++i) junk += static_cast<char>(i);
+  EXPECT_EQ(0, OpenText(junk));
+  ProjectGeneral g;
+  PROJECT_GetGeneral(&g);
+  EXPECT_EQ(0, g.GUIMode);  // parse error: default
+  EXPECT_EQ(0u, PROJECT_GetStepCount(0));
+  EXPECT_EQ(0, PROJECT_IsModified());
+
+  // A file that cannot be read leaves no project open.
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(-2, PROJECT_Open((dir_ + "/none.pellam").c_str()));
+  const std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_NE(std::string::npos, out.find("File not found!")) << out;
+  EXPECT_EQ(0, PROJECT_IsOpen());
+}
+
+TEST_F(ProjectTest, SectorSelectionRoundTrip) {
+  ASSERT_EQ(0, OpenText("[FLASH]\r\n"));
+  const uint8_t flags[6] = {0, 1, 1, 0, 0, 1};
+  PROJECT_SetSectorSelection(flags, 6);
+  EXPECT_EQ(1, PROJECT_IsModified());
+  const std::string out = dir_ + "/sel.pellam";
+  testing::internal::CaptureStdout();
+  ASSERT_EQ(0, PROJECT_SaveAs(out.c_str()));
+  testing::internal::GetCapturedStdout();
+  EXPECT_NE(std::string::npos, ReadFile(out).find("  SelectedSectors[2] = 1-2,5\r\n"));
+  ASSERT_EQ(0, Open(out));
+  uint8_t back[8];
+  EXPECT_EQ(3u, PROJECT_GetSectorSelection(back, 8));
+  EXPECT_EQ(0, memcmp(back, "\0\1\1\0\0\1\0\0", 8));
+}
+
+}  // namespace
