@@ -1,0 +1,67 @@
+// Readers and writers of the data file formats (binary, Intel HEX,
+// S-record, C source) and the buffered output file they share. Readers fill
+// a caller's fresh image; writers store an image or an address window of it.
+// Errors go into the caller's text buffer: the first message wins.
+#pragma once
+#include <cstdint>
+
+struct MemImage;
+
+struct DATAFILE_PROGRESS {
+  uint32_t address;     // address of the chunk or record being handled
+  uint32_t numRanges;   // the image's range count at that moment
+};
+typedef void (*DATAFILE_PROGRESS_FUNC)(void* context, const DATAFILE_PROGRESS* progress);
+
+// Readers: 0 on success; -1 open failed; -3 out of memory; -4 wrong first
+// character; -5 malformed record or overlapping data.
+int DATAFILE_ReadBin(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
+                     uint32_t startAddr);
+int DATAFILE_ReadBinEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
+                       uint32_t startAddr, DATAFILE_PROGRESS_FUNC progress, void* context);
+int DATAFILE_ReadHex(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize);
+int DATAFILE_ReadHexEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
+                       DATAFILE_PROGRESS_FUNC progress, void* context);
+int DATAFILE_ReadMot(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize);
+int DATAFILE_ReadMotEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
+                       DATAFILE_PROGRESS_FUNC progress, void* context);
+
+// Writers: 0 on success, -1 on failure (message in errorText).
+int DATAFILE_WriteBin(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
+                      uint32_t firstAddr, uint32_t lastAddr);
+int DATAFILE_WriteBinEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
+                        uint32_t firstAddr, uint32_t lastAddr, DATAFILE_PROGRESS_FUNC progress, void* context);
+int DATAFILE_WriteHex(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize);
+int DATAFILE_WriteHexEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
+                        DATAFILE_PROGRESS_FUNC progress, void* context);
+int DATAFILE_WriteMot(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize);
+int DATAFILE_WriteMotEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
+                        DATAFILE_PROGRESS_FUNC progress, void* context);
+int DATAFILE_WriteC(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
+                    uint32_t firstAddr, uint32_t lastAddr);
+int DATAFILE_WriteCEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
+                      uint32_t firstAddr, uint32_t lastAddr, DATAFILE_PROGRESS_FUNC progress, void* context);
+
+// Buffered output file of every writer (32 KiB buffer).
+struct FileWriter {
+  int      file;
+  uint8_t* buffer;
+  char*    errorText;
+  uint32_t buffered;
+  uint32_t errorTextSize;
+  int      failed;      // set by the first failed write, even without an error buffer
+};
+
+// Clears the whole error buffer, then opens (creates, truncates) the file.
+// Null after storing a message.
+FileWriter* FILEWRITER_Open(const char* fileName, char* errorText, uint32_t errorTextSize);
+// Appends count bytes; a null source appends count bytes of 0xFF.
+void FILEWRITER_Write(FileWriter* writer, const void* bytes, uint32_t count);
+// Writes what is buffered, closes the file and frees the writer. 0, or -1
+// when this or any earlier write of the writer failed.
+int FILEWRITER_Close(FileWriter* writer);
+
+// Stores a message into the error buffer if it is still empty (first error wins).
+void DATAFILE_StoreError(char* errorText, uint32_t errorTextSize, const char* message);
+// Stores the read-open message picked by the system error number.
+void DATAFILE_StoreOpenError(char* errorText, uint32_t errorTextSize, const char* fileName, int errorNumber);

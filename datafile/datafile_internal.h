@@ -1,0 +1,101 @@
+// Shared pieces of the readers and writers: hex digit tables, the input
+// buffer that the text readers refill, and the reader and writer frames.
+#pragma once
+#include <array>
+#include <cstdint>
+
+#include "dataimage/memimage.h"
+#include "datafile/datafile.h"
+
+namespace datafile {
+
+constexpr char kHexDigits[] = "0123456789ABCDEF";
+
+// 0..15 for hexadecimal digits (either case), 255 for every other byte.
+constexpr std::array<uint8_t, 256> kHexValue = [] {
+  std::array<uint8_t, 256> t{};
+  for (auto& v : t) v = 255;
+  for (int i = 0; i < 10; i++) t['0' + i] = static_cast<uint8_t>(i);
+  for (int i = 0; i < 6; i++) {
+    t['A' + i] = static_cast<uint8_t>(10 + i);
+    t['a' + i] = static_cast<uint8_t>(10 + i);
+  }
+  return t;
+}();
+
+inline char* PutHexByte(char* out, uint32_t value) {
+  out[0] = kHexDigits[(value >> 4) & 0xF];
+  out[1] = kHexDigits[value & 0xF];
+  return out + 2;
+}
+
+inline bool IsBlank(uint8_t c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+// Input of the text readers: 60000 bytes plus a terminating zero, refilled
+// when little is left so that a whole record is always held.
+class InputBuffer {
+ public:
+  static constexpr uint32_t kSize = 60000;
+  explicit InputBuffer(int fd);
+  ~InputBuffer();
+  InputBuffer(const InputBuffer&) = delete;
+  InputBuffer& operator=(const InputBuffer&) = delete;
+  bool ok() const { return data_ != nullptr; }
+  // Moves the unparsed bytes to the front and reads behind them.
+  void Refill();
+  uint32_t Remaining() const { return held_ - pos; }
+  uint8_t* data() { return data_; }
+  uint32_t held() const { return held_; }
+  uint32_t pos = 0;  // read position (kept public: the parsers move it)
+
+ private:
+  int fd_;
+  uint8_t* data_;
+  uint32_t held_ = 0;
+  bool eof_ = false;
+};
+
+// Calls the progress function, if any.
+inline void Progress(DATAFILE_PROGRESS_FUNC f, void* context, MemImage* image, uint32_t address) {
+  if (f == nullptr) return;
+  DATAFILE_PROGRESS p{address, image->rangeCount};
+  f(context, &p);
+}
+
+// Opens a file for reading; on failure stores the open message and returns -1.
+int OpenForRead(const char* fileName, char* errorText, uint32_t errorTextSize);
+
+// The common writer frame around a format body.
+template <typename Body>
+int WriteFrame(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize, Body&& body) {
+  if (errorText == nullptr || image == nullptr) return -1;
+  MEMIMAGE_Lock(image);
+  const uint32_t changeCount = image->changeCount;
+  MEMIMAGE_CommitPatches(image);
+  bool failed = true;
+  if (FileWriter* w = FILEWRITER_Open(fileName, errorText, errorTextSize)) {
+    body(w);
+    failed = w->failed != 0;
+    if (FILEWRITER_Close(w) != 0) failed = true;
+  }
+  if (failed || (errorTextSize != 0 && errorText[0] != '\0')) {
+    image->changeCount = changeCount;
+    MEMIMAGE_Unlock(image);
+    return -1;
+  }
+  MEMIMAGE_Unlock(image);
+  return 0;
+}
+
+// The common reader frame around a parser.
+template <typename Parser>
+int ReadFrame(MemImage* image, Parser&& parser) {
+  if (image == nullptr) return -1;
+  MEMIMAGE_Lock(image);
+  const int r = parser();
+  image->changeCount = 0;
+  MEMIMAGE_Unlock(image);
+  return r;
+}
+
+}  // namespace datafile

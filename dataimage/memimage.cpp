@@ -1,0 +1,749 @@
+// The data image: sorted, non-overlapping, non-touching ranges with their
+// bytes, plus pending single-byte patches. Loading is sequential in practice,
+// so the cached last range answers appends without walking, and the cursor
+// makes in-order lookups constant per step.
+#include "dataimage/memimage.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "sys/sys.h"
+
+namespace {
+
+constexpr uint32_t kLockTimeoutMs = 10000;
+constexpr uint32_t kMinAlloc = 128;
+constexpr uint32_t kPatchGrowth = 100;
+
+// Exclusive end in 64 bits: a range may end exactly at 0xFFFFFFFF.
+inline uint64_t EndOf(const MemRange* r) { return uint64_t(r->start) + r->size; }
+inline uint32_t LastOf(const MemRange* r) { return r->start + r->size - 1; }
+
+void FreeRange(MemRange* r) {
+  std::free(r->data);
+  std::free(r);
+}
+
+// Grows a buffer to `want` bytes. On failure the range loses its bytes
+// (allocation failures are not reported by adds; the range keeps its addresses).
+void Regrow(MemRange* r, uint64_t want) {
+  if (want > 0xFFFFFFFFull) want = 0xFFFFFFFFull;
+  void* p = std::realloc(r->data, static_cast<size_t>(want));
+  if (p == nullptr) {
+    std::free(r->data);
+    r->data = nullptr;
+    r->allocated = 0;
+    return;
+  }
+  r->data = static_cast<uint8_t*>(p);
+  r->allocated = static_cast<uint32_t>(want);
+}
+
+void PutBytes(uint8_t* dest, uint32_t n, const void* src, int32_t fill) {
+  if (src != nullptr) {
+    std::memcpy(dest, src, n);
+  } else {
+    std::memset(dest, fill & 0xFF, n);
+  }
+}
+
+MemRange* NewRange(uint32_t start, uint32_t n, const void* src, int32_t fill, bool hasData) {
+  MemRange* r = static_cast<MemRange*>(std::malloc(sizeof(MemRange)));
+  if (r == nullptr) return nullptr;
+  r->next = nullptr;
+  r->start = start;
+  r->size = n;
+  r->data = nullptr;
+  r->allocated = 0;
+  if (hasData) {
+    const uint32_t cap = n > kMinAlloc ? n : kMinAlloc;
+    r->data = static_cast<uint8_t*>(std::malloc(cap));
+    if (r->data != nullptr) {
+      r->allocated = cap;
+      PutBytes(r->data, n, src, fill);
+    }
+  }
+  return r;
+}
+
+MemRange* FindLast(MemImage* image) {
+  if (image->last == nullptr) {
+    MemRange* r = image->first;
+    while (r != nullptr && r->next != nullptr) r = r->next;
+    image->last = r;
+  }
+  return image->last;
+}
+
+// Joins r with its successor when they touch. Joining doubles the joined
+// length as capacity, unlike the one-eighth growth for new bytes.
+void JoinNext(MemImage* image, MemRange* r) {
+  MemRange* t = r->next;
+  if (t == nullptr || EndOf(r) != t->start) return;
+  const uint64_t joined = uint64_t(r->size) + t->size;
+  if (r->data != nullptr && t->data != nullptr) {
+    if (joined > r->allocated) Regrow(r, (joined > kMinAlloc ? joined : kMinAlloc) * 2);
+    if (r->data != nullptr) std::memcpy(r->data + r->size, t->data, t->size);
+  } else if (r->data != nullptr) {
+    // A range without bytes joins one with bytes: the joined range cannot
+    // keep part of its bytes, so it becomes an address reservation.
+    std::free(r->data);
+    r->data = nullptr;
+    r->allocated = 0;
+  }
+  r->size = static_cast<uint32_t>(joined);
+  r->next = t->next;
+  if (image->last == t) image->last = nullptr;
+  FreeRange(t);
+  image->rangeCount--;
+  image->cursorIndex = -1;
+}
+
+void AppendTo(MemImage* image, MemRange* r, uint32_t n, const void* src, int32_t fill, bool hasData) {
+  if (hasData && r->data != nullptr) {
+    if (n > r->allocated - r->size) Regrow(r, uint64_t(r->allocated) + r->allocated / 8 + kMinAlloc + n);
+    if (r->data != nullptr) PutBytes(r->data + r->size, n, src, fill);
+  } else if (r->data != nullptr) {
+    std::free(r->data);
+    r->data = nullptr;
+    r->allocated = 0;
+  }
+  r->size += n;
+  JoinNext(image, r);
+}
+
+void PrependTo(MemImage* image, MemRange* prev, MemRange* r, uint32_t s, uint32_t n, const void* src,
+               int32_t fill, bool hasData) {
+  if (hasData && r->data != nullptr) {
+    if (n > r->allocated - r->size) Regrow(r, uint64_t(r->allocated) + r->allocated / 8 + kMinAlloc + n);
+    if (r->data != nullptr) {
+      std::memmove(r->data + n, r->data, r->size);
+      PutBytes(r->data, n, src, fill);
+    }
+  } else if (r->data != nullptr) {
+    std::free(r->data);
+    r->data = nullptr;
+    r->allocated = 0;
+  }
+  r->size += n;
+  r->start = s;
+  if (prev != nullptr) JoinNext(image, prev);
+}
+
+// Finds the range holding `address` (or the first range after it), moving
+// the cursor. Returns null when no range ends at or after the address.
+MemRange* Seek(MemImage* image, uint32_t address) {
+  MemRange* r;
+  int32_t index;
+  if (image->cursorIndex >= 0 && image->cursorRange != nullptr && image->cursorRange->start <= address) {
+    r = image->cursorRange;
+    index = image->cursorIndex;
+  } else {
+    r = image->first;
+    index = 0;
+  }
+  while (r != nullptr && LastOf(r) < address) {
+    r = r->next;
+    index++;
+  }
+  if (r != nullptr) {
+    image->cursorIndex = index;
+    image->cursorRange = r;
+  }
+  return r;
+}
+
+int FindPatch(const MemImage* image, uint32_t address) {
+  for (uint32_t i = image->patchCount; i-- > 0;) {
+    if (image->patches[i].address == address) return static_cast<int>(image->patches[i].value & 0xFF);
+  }
+  return -1;
+}
+
+bool EnsureMutex(MemImage* image) {
+  if (image->mutex == nullptr) image->mutex = SYS_CreateMutex(nullptr);
+  return image->mutex != nullptr;
+}
+
+// Locked operations proceed even when the wait times out: the timeout is
+// deliberately not an error, the operation then runs unprotected.
+class Guard {
+ public:
+  explicit Guard(MemImage* image) : image_(image) {
+    if (image_ != nullptr && EnsureMutex(image_)) {
+      SYS_WaitForMutex(image_->mutex, kLockTimeoutMs);
+      held_ = true;
+    }
+  }
+  ~Guard() {
+    if (held_) SYS_ReleaseMutex(image_->mutex);
+  }
+  Guard(const Guard&) = delete;
+  Guard& operator=(const Guard&) = delete;
+
+ private:
+  MemImage* image_;
+  bool held_ = false;
+};
+
+}  // namespace
+
+MemImage* MEMIMAGE_Create(void) {
+  MemImage* image = static_cast<MemImage*>(std::calloc(1, sizeof(MemImage)));
+  if (image == nullptr) return nullptr;
+  image->changeCount = 1;
+  image->cursorIndex = -1;
+  image->mutex = SYS_CreateMutex(nullptr);
+  return image;
+}
+
+void MEMIMAGE_Delete(MemImage* image) {
+  if (image == nullptr) return;
+  if (image->mutex != nullptr) SYS_CloseMutex(&image->mutex);
+  MemRange* r = image->first;
+  while (r != nullptr) {
+    MemRange* next = r->next;
+    FreeRange(r);
+    r = next;
+  }
+  std::free(image->patches);
+  std::free(image);
+}
+
+int MEMIMAGE_Lock(MemImage* image) {
+  if (image == nullptr || !EnsureMutex(image)) return -2;
+  return SYS_WaitForMutex(image->mutex, kLockTimeoutMs) == SYS_WAIT_TIMEOUT ? -1 : 0;
+}
+
+void MEMIMAGE_Unlock(MemImage* image) {
+  if (image != nullptr && image->mutex != nullptr) SYS_ReleaseMutex(image->mutex);
+}
+
+uint32_t MEMIMAGE_GetNumRanges(MemImage* image) {
+  if (image == nullptr) return 0;
+  uint32_t n = 0;
+  for (MemRange* r = image->first; r != nullptr; r = r->next) n++;
+  return n;
+}
+
+uint8_t* MEMIMAGE_GetRange(MemImage* image, int32_t index, uint32_t* start, uint32_t* size) {
+  if (image == nullptr || index < 0) return nullptr;
+  MemRange* r;
+  int32_t i;
+  if (image->cursorIndex >= 0 && image->cursorRange != nullptr && image->cursorIndex <= index) {
+    r = image->cursorRange;
+    i = image->cursorIndex;
+  } else {
+    r = image->first;
+    i = 0;
+  }
+  while (r != nullptr && i < index) {
+    r = r->next;
+    i++;
+  }
+  if (r == nullptr) return nullptr;
+  image->cursorIndex = i;
+  image->cursorRange = r;
+  if (start != nullptr) *start = r->start;
+  if (size != nullptr) *size = r->size;
+  return r->data;
+}
+
+int MEMIMAGE_AddData(MemImage* image, uint32_t start, uint32_t size, const void* src, int32_t fill) {
+  if (image == nullptr) return -1;
+  image->changeCount++;
+  image->cursorIndex = -1;
+  // An empty add changes nothing; an add that would run past the top of the
+  // address space cannot be held and is refused like an overlap.
+  if (size == 0) return 0;
+  if (uint64_t(start) + size > 0x100000000ull) return -1;
+  const bool hasData = !(fill < 0 && src == nullptr);
+  const uint64_t newEnd = uint64_t(start) + size;
+
+  auto insertAfter = [&](MemRange* prev) -> int {
+    MemRange* r = NewRange(start, size, src, fill, hasData);
+    if (r == nullptr) return -1;
+    if (prev == nullptr) {
+      r->next = image->first;
+      image->first = r;
+    } else {
+      r->next = prev->next;
+      prev->next = r;
+    }
+    image->rangeCount++;
+    if (r->next == nullptr) image->last = r;
+    return 0;
+  };
+
+  if (image->first == nullptr) return insertAfter(nullptr);
+
+  MemRange* last = FindLast(image);
+  if (start == EndOf(last)) {
+    AppendTo(image, last, size, src, fill, hasData);
+    return 0;
+  }
+  if (start > EndOf(last)) return insertAfter(last);
+
+  MemRange* prev = nullptr;
+  for (MemRange* r = image->first; r != nullptr; r = r->next) {
+    const uint64_t end = EndOf(r);
+    if (start == end) {
+      AppendTo(image, r, size, src, fill, hasData);
+      return 0;
+    }
+    if (r->start == newEnd) {
+      PrependTo(image, prev, r, start, size, src, fill, hasData);
+      return 0;
+    }
+    if (start <= r->start) {
+      if (newEnd - 1 >= r->start) return -1;
+      return insertAfter(prev);
+    }
+    if (start <= end - 1) return -1;
+    prev = r;
+  }
+  return insertAfter(prev);
+}
+
+int MEMIMAGE_AddDataLocked(MemImage* image, uint32_t start, uint32_t size, const void* src) {
+  Guard g(image);
+  return MEMIMAGE_AddData(image, start, size, src, -1);
+}
+
+int MEMIMAGE_AddFill(MemImage* image, uint32_t start, uint32_t size, uint8_t fill) {
+  Guard g(image);
+  return MEMIMAGE_AddData(image, start, size, nullptr, fill);
+}
+
+void MEMIMAGE_RemoveArea(MemImage* image, uint32_t a, uint32_t b) {
+  if (image == nullptr) return;
+  image->changeCount++;
+  image->cursorIndex = -1;
+  if (b < a) return;
+  MemRange* prev = nullptr;
+  MemRange* r = image->first;
+  while (r != nullptr) {
+    MemRange* next = r->next;
+    const uint32_t rLast = LastOf(r);
+    if (r->start >= a && rLast <= b) {
+      // Wholly inside: drop it.
+      if (prev == nullptr) image->first = next; else prev->next = next;
+      if (image->last == r) image->last = nullptr;
+      FreeRange(r);
+      image->rangeCount--;
+      r = next;
+      continue;
+    }
+    if (r->start >= a && r->start <= b) {
+      // Begins inside, ends after: keep the tail in an exact-size buffer.
+      const uint32_t cut = b - r->start + 1;
+      const uint32_t keep = r->size - cut;
+      if (r->data != nullptr) {
+        uint8_t* p = static_cast<uint8_t*>(std::malloc(keep));
+        if (p != nullptr) std::memcpy(p, r->data + cut, keep);
+        std::free(r->data);
+        r->data = p;
+        r->allocated = p != nullptr ? keep : 0;
+      }
+      r->start = b + 1;
+      r->size = keep;
+    } else if (a > r->start && b < rLast) {
+      // Strictly inside: split into head and tail.
+      const uint32_t tailSize = rLast - b;
+      const uint32_t headSize = a - r->start;
+      MemRange* t = static_cast<MemRange*>(std::malloc(sizeof(MemRange)));
+      if (t != nullptr) {
+        t->start = b + 1;
+        t->size = tailSize;
+        t->data = nullptr;
+        t->allocated = 0;
+        if (r->data != nullptr) {
+          const uint32_t cap = tailSize > kMinAlloc ? tailSize : kMinAlloc;
+          t->data = static_cast<uint8_t*>(std::malloc(cap));
+          if (t->data != nullptr) {
+            t->allocated = cap;
+            std::memcpy(t->data, r->data + (b + 1 - r->start), tailSize);
+          }
+        }
+        t->next = next;
+        r->next = t;
+        if (image->last == r) image->last = t;
+        image->rangeCount++;
+      }
+      if (r->data != nullptr) {
+        uint8_t* p = static_cast<uint8_t*>(std::malloc(headSize));
+        if (p != nullptr) std::memcpy(p, r->data, headSize);
+        std::free(r->data);
+        r->data = p;
+        r->allocated = p != nullptr ? headSize : 0;
+      }
+      r->size = headSize;
+      next = r->next;
+    } else if (r->start < a && rLast >= a && rLast <= b) {
+      // Begins before, ends inside: keep the head.
+      const uint32_t headSize = a - r->start;
+      if (r->data != nullptr) {
+        uint8_t* p = static_cast<uint8_t*>(std::malloc(headSize));
+        if (p != nullptr) std::memcpy(p, r->data, headSize);
+        std::free(r->data);
+        r->data = p;
+        r->allocated = p != nullptr ? headSize : 0;
+      }
+      r->size = headSize;
+    }
+    prev = r;
+    r = next;
+  }
+}
+
+void MEMIMAGE_RemoveAreaLocked(MemImage* image, uint32_t first, uint32_t last) {
+  Guard g(image);
+  MEMIMAGE_RemoveArea(image, first, last);
+}
+
+uint32_t MEMIMAGE_GetFirstAddr(MemImage* image) {
+  return (image != nullptr && image->first != nullptr) ? image->first->start : 0;
+}
+
+uint32_t MEMIMAGE_GetFirstAddrLocked(MemImage* image) {
+  Guard g(image);
+  return MEMIMAGE_GetFirstAddr(image);
+}
+
+uint32_t MEMIMAGE_GetLastAddr(MemImage* image) {
+  if (image == nullptr || image->first == nullptr) return 0;
+  return LastOf(FindLast(image));
+}
+
+uint32_t MEMIMAGE_GetLastAddrLocked(MemImage* image) {
+  Guard g(image);
+  return MEMIMAGE_GetLastAddr(image);
+}
+
+uint32_t MEMIMAGE_GetNumBytes(MemImage* image) {
+  if (image == nullptr) return 0;
+  uint32_t n = 0;
+  for (MemRange* r = image->first; r != nullptr; r = r->next) n += r->size;
+  return n;
+}
+
+uint32_t MEMIMAGE_GetNumBytesLocked(MemImage* image) {
+  Guard g(image);
+  return MEMIMAGE_GetNumBytes(image);
+}
+
+int MEMIMAGE_ReadByte(MemImage* image, uint32_t address) {
+  if (image == nullptr) return -1;
+  const int patched = FindPatch(image, address);
+  if (patched >= 0) return patched | 0x100;
+  MemRange* r = Seek(image, address);
+  if (r == nullptr || r->start > address) return -1;
+  if (r->data == nullptr) return -2;
+  return r->data[address - r->start];
+}
+
+int MEMIMAGE_ReadByteLocked(MemImage* image, uint32_t address) {
+  Guard g(image);
+  return MEMIMAGE_ReadByte(image, address);
+}
+
+int MEMIMAGE_ReadArea(MemImage* image, uint32_t start, uint32_t length, uint8_t* dest, uint8_t fill) {
+  if (dest == nullptr || length == 0) return 0;
+  std::memset(dest, fill, length);
+  if (image == nullptr) return 0;
+  const uint64_t areaEnd = uint64_t(start) + length;  // exclusive
+  for (MemRange* r = Seek(image, start); r != nullptr && r->start < areaEnd; r = r->next) {
+    const uint64_t from = r->start > start ? r->start : start;
+    const uint64_t to = EndOf(r) < areaEnd ? EndOf(r) : areaEnd;
+    if (from < to && r->data != nullptr) {
+      std::memcpy(dest + (from - start), r->data + (from - r->start), static_cast<size_t>(to - from));
+    }
+  }
+  for (uint32_t i = 0; i < image->patchCount; i++) {
+    const uint32_t addr = image->patches[i].address;
+    if (addr >= start && addr < areaEnd) dest[addr - start] = static_cast<uint8_t>(image->patches[i].value);
+  }
+  return 0;
+}
+
+int MEMIMAGE_ReadAreaLocked(MemImage* image, uint32_t start, uint32_t length, uint8_t* dest, uint8_t fill) {
+  Guard g(image);
+  return MEMIMAGE_ReadArea(image, start, length, dest, fill);
+}
+
+int32_t MEMIMAGE_GetBlock(MemImage* image, uint32_t from, uint32_t to, uint32_t maxGap, uint8_t fill,
+                          uint8_t* data, uint8_t* mask, uint32_t* blockStart, int32_t maxLength,
+                          uint32_t startAlignShift, uint32_t endAlignShift) {
+  if (image == nullptr || to < from || maxLength <= 0) return 0;
+  // 1. The first range meeting [from, to].
+  MemRange* r;
+  int32_t index;
+  if (image->cursorIndex >= 0 && image->cursorRange != nullptr && image->cursorRange->start <= from) {
+    r = image->cursorRange;
+    index = image->cursorIndex;
+  } else {
+    r = image->first;
+    index = 0;
+  }
+  uint64_t bs = 0;
+  uint64_t len = 0;
+  for (; r != nullptr; r = r->next, index++) {
+    image->cursorIndex = index;
+    image->cursorRange = r;
+    const uint32_t rLast = LastOf(r);
+    if (rLast < from) continue;
+    if (r->start <= from) {
+      bs = from;
+      len = uint64_t(rLast < to ? rLast : to) - from + 1;
+    } else if (rLast <= to) {
+      bs = r->start;
+      len = r->size;
+    } else if (to > r->start) {
+      // The partial block needs `to` strictly above the range start: a
+      // single byte at `to` of a longer range is not returned.
+      bs = r->start;
+      len = uint64_t(to) + 1 - r->start;
+    }
+    break;
+  }
+  if (len == 0) return 0;
+  MemRange* found = r;
+  const uint64_t maxLen = static_cast<uint64_t>(maxLength);
+
+  // 2. Extend over gaps of at most maxGap.
+  if (len < maxLen && maxGap != 0) {
+    for (MemRange* n = r->next; n != nullptr; n = n->next) {
+      if (n->start > to) break;
+      const uint64_t gap = n->start - (bs + len);
+      if (gap > maxGap) break;
+      const uint32_t nLast = LastOf(n);
+      len += gap + (uint64_t(nLast < to ? nLast : to) - n->start + 1);
+      if (len >= maxLen || nLast > to) break;
+    }
+  }
+
+  // 3. Alignment.
+  if (startAlignShift != 0) {
+    const uint64_t aligned = bs & ~((uint64_t(1) << startAlignShift) - 1);
+    len += bs - aligned;
+    bs = aligned;
+  }
+  const uint64_t endUnit = uint64_t(1) << endAlignShift;
+  if (endAlignShift != 0) {
+    const uint64_t end = bs + len;
+    len = ((end + endUnit - 1) & ~(endUnit - 1)) - bs;
+  }
+  // 4. Clamp to the maximum length, keeping the end aligned.
+  if (len > maxLen) len = maxLen - ((bs + maxLen) % endUnit);
+  if (blockStart != nullptr) *blockStart = static_cast<uint32_t>(bs);
+  if (data == nullptr && mask == nullptr) return static_cast<int32_t>(len);
+
+  // 5. Fill the caller's buffers.
+  const size_t n = static_cast<size_t>(len);
+  if (image->patchCount != 0) {
+    for (size_t i = 0; i < n; i++) {
+      const int v = MEMIMAGE_ReadByte(image, static_cast<uint32_t>(bs + i));
+      if (data != nullptr) data[i] = v < 0 ? fill : static_cast<uint8_t>(v);
+      if (mask != nullptr) mask[i] = v < 0 ? 0 : 1;
+    }
+    return static_cast<int32_t>(len);
+  }
+  if (data != nullptr) std::memset(data, fill, n);
+  if (mask != nullptr) std::memset(mask, 0, n);
+  // Alignment may have moved the start below the range found; earlier
+  // ranges can then meet the block too.
+  MemRange* q = found;
+  if (bs < found->start && found != image->first) {
+    q = image->first;
+    while (q != found && EndOf(q) <= bs) q = q->next;
+  }
+  const uint64_t blockEnd = bs + len;
+  for (; q != nullptr && q->start < blockEnd; q = q->next) {
+    const uint64_t a = q->start > bs ? q->start : bs;
+    const uint64_t b = EndOf(q) < blockEnd ? EndOf(q) : blockEnd;
+    if (a >= b) continue;
+    if (data != nullptr && q->data != nullptr) {
+      std::memcpy(data + (a - bs), q->data + (a - q->start), static_cast<size_t>(b - a));
+    }
+    if (mask != nullptr) std::memset(mask + (a - bs), 1, static_cast<size_t>(b - a));
+  }
+  return static_cast<int32_t>(len);
+}
+
+int32_t MEMIMAGE_GetBlockLocked(MemImage* image, uint32_t from, uint32_t to, uint32_t maxGap, uint8_t* data,
+                                uint32_t* blockStart, int32_t maxLength, uint32_t startAlignShift,
+                                uint32_t endAlignShift) {
+  Guard g(image);
+  return MEMIMAGE_GetBlock(image, from, to, maxGap, 0xFF, data, nullptr, blockStart, maxLength,
+                           startAlignShift, endAlignShift);
+}
+
+int32_t MEMIMAGE_GetBlockLockedFill(MemImage* image, uint32_t from, uint32_t to, uint32_t maxGap, uint8_t fill,
+                                    uint8_t* data, uint8_t* mask, uint32_t* blockStart, int32_t maxLength,
+                                    uint32_t startAlignShift, uint32_t endAlignShift) {
+  Guard g(image);
+  return MEMIMAGE_GetBlock(image, from, to, maxGap, fill, data, mask, blockStart, maxLength, startAlignShift,
+                           endAlignShift);
+}
+
+int MEMIMAGE_IsAreaInImage(MemImage* image, uint32_t start, uint32_t size) {
+  if (image == nullptr) return 0;
+  MemRange* r = Seek(image, start);
+  if (r == nullptr || r->start > start) return 0;
+  return uint64_t(start) + size <= EndOf(r) ? 1 : 0;
+}
+
+int MEMIMAGE_FindRangeNotIn(MemImage* container, MemImage* other, uint32_t offset) {
+  if (other == nullptr || other->first == nullptr) return -1;
+  if (container == nullptr || container->first == nullptr) return 0;
+  int index = 0;
+  for (MemRange* r = other->first; r != nullptr; r = r->next, index++) {
+    const uint32_t s = r->start + offset;
+    if (uint64_t(s) + r->size > 0x100000000ull || !MEMIMAGE_IsAreaInImage(container, s, r->size)) return index;
+  }
+  return -1;
+}
+
+int MEMIMAGE_Overlaps(MemImage* a, MemImage* b) {
+  if (a == nullptr || b == nullptr) return 0;
+  const MemRange* x = a->first;
+  const MemRange* y = b->first;
+  while (x != nullptr && y != nullptr) {
+    if (EndOf(x) <= y->start) {
+      x = x->next;
+    } else if (EndOf(y) <= x->start) {
+      y = y->next;
+    } else {
+      return 1;
+    }
+  }
+  return 0;
+}
+
+int MEMIMAGE_Merge(MemImage* dest, MemImage* src) {
+  if (dest == nullptr || src == nullptr) return 1;
+  if (MEMIMAGE_Overlaps(dest, src)) return 1;
+  for (MemRange* r = src->first; r != nullptr; r = r->next) {
+    if (MEMIMAGE_AddData(dest, r->start, r->size, r->data, 0xFF) != 0) return 1;
+  }
+  for (uint32_t i = 0; i < src->patchCount; i++) {
+    MEMIMAGE_SetByte(dest, src->patches[i].address, static_cast<uint8_t>(src->patches[i].value));
+  }
+  return 0;
+}
+
+int MEMIMAGE_MergeLocked(MemImage* dest, MemImage* src) {
+  Guard gd(dest);
+  Guard gs(src);  // destroyed first: the source is released first
+  return MEMIMAGE_Merge(dest, src);
+}
+
+int MEMIMAGE_ShiftAddr(MemImage* image, uint32_t offset) {
+  if (image == nullptr) return 0;
+  image->changeCount++;
+  image->cursorIndex = -1;
+  for (MemRange* r = image->first; r != nullptr; r = r->next) r->start += offset;
+  for (uint32_t i = 0; i < image->patchCount; i++) image->patches[i].address += offset;
+  return 0;
+}
+
+int MEMIMAGE_SetByte(MemImage* image, uint32_t address, uint8_t value) {
+  if (image == nullptr) return -1;
+  image->changeCount++;
+  const int index = static_cast<int>(image->patchCount);
+  if (image->patchCount == image->patchCapacity) {
+    const uint32_t cap = image->patchCapacity + kPatchGrowth;
+    void* p = std::realloc(image->patches, sizeof(MemPatch) * cap);
+    if (p == nullptr) return index;  // dropped silently
+    image->patches = static_cast<MemPatch*>(p);
+    image->patchCapacity = cap;
+  }
+  image->patches[image->patchCount++] = MemPatch{address, value};
+  return index;
+}
+
+int MEMIMAGE_SetByteLocked(MemImage* image, uint32_t address, uint8_t value) {
+  Guard g(image);
+  return MEMIMAGE_SetByte(image, address, value);
+}
+
+int MEMIMAGE_CommitPatches(MemImage* image) {
+  if (image == nullptr) return 1;
+  Guard g(image);
+  int result = 0;
+  for (uint32_t i = 0; i < image->patchCount; i++) {
+    const uint32_t addr = image->patches[i].address;
+    const uint8_t v = static_cast<uint8_t>(image->patches[i].value);
+    MemRange* r = Seek(image, addr);
+    if (r != nullptr && r->start <= addr) {
+      if (r->data != nullptr) {
+        r->data[addr - r->start] = v;
+      } else {
+        result = 1;
+      }
+    } else if (MEMIMAGE_AddData(image, addr, 1, &v, -1) != 0) {
+      result = 1;
+    }
+  }
+  std::free(image->patches);
+  image->patches = nullptr;
+  image->patchCount = 0;
+  image->patchCapacity = 0;
+  image->changeCount = 0;
+  return result;
+}
+
+int MEMIMAGE_AddSkipBlank(MemImage* image, uint32_t start, uint32_t length, const uint8_t* src,
+                          uint32_t minBlankRun, uint8_t blank) {
+  if (length == 0 || src == nullptr) return 1;
+  uint32_t i = 0;
+  while (i < length && src[i] == blank) i++;
+  if (i == length) return 0;
+  uint32_t pieceStart = i;
+  uint32_t run = 0;
+  for (; i < length; i++) {
+    if (src[i] != blank) {
+      run = 0;
+      continue;
+    }
+    if (++run != minBlankRun) continue;
+    const uint32_t pieceEnd = i + 1 - run;
+    MEMIMAGE_AddDataLocked(image, start + pieceStart, pieceEnd - pieceStart, src + pieceStart);
+    while (i < length && src[i] == blank) i++;
+    if (i == length) return 0;
+    pieceStart = i;
+    run = 0;
+  }
+  MEMIMAGE_AddDataLocked(image, start + pieceStart, length - pieceStart, src + pieceStart);
+  return 1;
+}
+
+int MEMIMAGE_RemoveBlank(MemImage* image, uint32_t minBlankRun) {
+  if (image == nullptr) return 0;
+  constexpr int32_t kBlock = 0x10000;
+  uint8_t* buf = static_cast<uint8_t*>(std::malloc(kBlock));
+  if (buf == nullptr) return 0;
+  if (minBlankRun == 0) minBlankRun = 1;
+  Guard g(image);
+  uint32_t cursor = 0;
+  for (;;) {
+    uint32_t bs = 0;
+    const int32_t len = MEMIMAGE_GetBlock(image, cursor, 0xFFFFFFFFu, 1, 0xFF, buf, nullptr, &bs, kBlock, 2, 2);
+    if (len <= 0) break;
+    uint32_t runStart = 0;
+    uint32_t run = 0;
+    for (int32_t i = 0; i <= len; i++) {
+      if (i < len && buf[i] == 0xFF) {
+        if (run++ == 0) runStart = static_cast<uint32_t>(i);
+        continue;
+      }
+      if (run >= minBlankRun) MEMIMAGE_RemoveArea(image, bs + runStart, bs + runStart + run - 1);
+      run = 0;
+    }
+    const uint64_t next = uint64_t(bs) + static_cast<uint32_t>(len);
+    if (next > 0xFFFFFFFFull) break;
+    cursor = static_cast<uint32_t>(next);
+  }
+  std::free(buf);
+  return 0;
+}
