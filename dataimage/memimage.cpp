@@ -288,6 +288,8 @@ int MEMIMAGE_AddData(MemImage* image, uint32_t start, uint32_t size, const void*
   for (MemRange* r = image->first; r != nullptr; r = r->next) {
     const uint64_t end = EndOf(r);
     if (start == end) {
+      // Appending must not run into the next range.
+      if (r->next != nullptr && newEnd > r->next->start) return -1;
       AppendTo(image, r, size, src, fill, hasData);
       return 0;
     }

@@ -1,0 +1,297 @@
+// The memory image: joins, splits, overlaps, block extraction, patches, and
+// a randomised comparison with a plain byte map.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <utility>
+#include <vector>
+
+#include "dataimage/memimage.h"
+
+namespace {
+
+struct Image {
+  MemImage* p = MEMIMAGE_Create();
+  ~Image() { MEMIMAGE_Delete(p); }
+  // Adds [start, last] with bytes equal to the low byte of their address.
+  int Add(uint32_t start, uint32_t last) {
+    std::vector<uint8_t> bytes(last - start + 1);
+    for (size_t i = 0; i < bytes.size(); i++) bytes[i] = static_cast<uint8_t>(start + i);
+    return MEMIMAGE_AddData(p, start, last - start + 1, bytes.data(), -1);
+  }
+  std::vector<std::pair<uint32_t, uint32_t>> Ranges() {
+    std::vector<std::pair<uint32_t, uint32_t>> out;
+    for (int32_t i = 0;; i++) {
+      uint32_t s = 0, n = 0;
+      if (MEMIMAGE_GetRange(p, i, &s, &n) == nullptr) break;
+      out.emplace_back(s, s + n - 1);
+    }
+    return out;
+  }
+};
+
+using Ranges = std::vector<std::pair<uint32_t, uint32_t>>;
+
+struct AddCase {
+  const char* name;
+  std::vector<std::pair<uint32_t, uint32_t>> adds;
+  std::vector<int> results;
+  Ranges expect;
+};
+
+TEST(MemImage, AddJoinsTouchingRangesAndRefusesOverlap) {
+  const AddCase cases[] = {
+      {"append", {{0x100, 0x1FF}, {0x200, 0x2FF}}, {0, 0}, {{0x100, 0x2FF}}},
+      {"prepend", {{0x300, 0x3FF}, {0x200, 0x2FF}}, {0, 0}, {{0x200, 0x3FF}}},
+      {"fill gap joins three", {{0x100, 0x1FF}, {0x300, 0x3FF}, {0x200, 0x2FF}}, {0, 0, 0}, {{0x100, 0x3FF}}},
+      {"overlap tail", {{0x100, 0x1FF}, {0x1F0, 0x20F}}, {0, -1}, {{0x100, 0x1FF}}},
+      {"overlap head", {{0x100, 0x1FF}, {0xF0, 0x100}}, {0, -1}, {{0x100, 0x1FF}}},
+      {"inside", {{0x100, 0x1FF}, {0x150, 0x150}}, {0, -1}, {{0x100, 0x1FF}}},
+      {"insert before", {{0x300, 0x3FF}, {0x100, 0x1FF}}, {0, 0}, {{0x100, 0x1FF}, {0x300, 0x3FF}}},
+      {"insert between", {{0x100, 0x1FF}, {0x500, 0x5FF}, {0x300, 0x3FF}}, {0, 0, 0},
+       {{0x100, 0x1FF}, {0x300, 0x3FF}, {0x500, 0x5FF}}},
+      {"top of address space", {{0xFFFFFF00, 0xFFFFFFFF}, {0xFFFFFE00, 0xFFFFFEFF}}, {0, 0},
+       {{0xFFFFFE00, 0xFFFFFFFF}}},
+  };
+  for (const auto& c : cases) {
+    Image im;
+    for (size_t i = 0; i < c.adds.size(); i++) {
+      EXPECT_EQ(im.Add(c.adds[i].first, c.adds[i].second), c.results[i]) << c.name << " add " << i;
+    }
+    EXPECT_EQ(im.Ranges(), c.expect) << c.name;
+    // Joined bytes stay in place.
+    for (auto [s, e] : c.expect) {
+      EXPECT_EQ(MEMIMAGE_ReadByte(im.p, s), static_cast<int>(s & 0xFF)) << c.name;
+      EXPECT_EQ(MEMIMAGE_ReadByte(im.p, e), static_cast<int>(e & 0xFF)) << c.name;
+    }
+  }
+}
+
+TEST(MemImage, AddPastTopOfAddressSpaceIsRefused) {
+  Image im;
+  uint8_t b[0x20] = {};
+  EXPECT_EQ(MEMIMAGE_AddData(im.p, 0xFFFFFFF0u, 0x20, b, -1), -1);
+  EXPECT_EQ(MEMIMAGE_GetNumRanges(im.p), 0u);
+}
+
+TEST(MemImage, RemoveAreaCutsSplitsAndDrops) {
+  struct Case {
+    uint32_t a, b;
+    Ranges expect;
+  };
+  const Case cases[] = {
+      {0x180, 0x18F, {{0x100, 0x17F}, {0x190, 0x1FF}, {0x300, 0x3FF}}},
+      {0x0, 0x10F, {{0x110, 0x1FF}, {0x300, 0x3FF}}},
+      {0x1F0, 0x30F, {{0x100, 0x1EF}, {0x310, 0x3FF}}},
+      {0x100, 0x1FF, {{0x300, 0x3FF}}},
+      {0x0, 0xFFFFFFFF, {}},
+      {0x200, 0x2FF, {{0x100, 0x1FF}, {0x300, 0x3FF}}},
+  };
+  for (const auto& c : cases) {
+    Image im;
+    im.Add(0x100, 0x1FF);
+    im.Add(0x300, 0x3FF);
+    MEMIMAGE_RemoveArea(im.p, c.a, c.b);
+    EXPECT_EQ(im.Ranges(), c.expect) << std::hex << c.a << "-" << c.b;
+    for (auto [s, e] : c.expect) {
+      EXPECT_EQ(MEMIMAGE_ReadByte(im.p, s), static_cast<int>(s & 0xFF));
+      EXPECT_EQ(MEMIMAGE_ReadByte(im.p, e), static_cast<int>(e & 0xFF));
+    }
+    EXPECT_EQ(im.p->rangeCount, c.expect.size());
+    // The cached last range survives the removal: appending still works.
+    EXPECT_EQ(im.Add(0x1000, 0x100F), 0);
+    EXPECT_EQ(MEMIMAGE_GetLastAddr(im.p), 0x100Fu);
+  }
+}
+
+TEST(MemImage, GetBlockBoundsGapsAndAlignment) {
+  Image im;
+  im.Add(0x100, 0x10F);
+  im.Add(0x120, 0x12F);
+  uint8_t data[0x100];
+  uint8_t mask[0x100];
+  uint32_t bs = 0;
+  EXPECT_EQ(MEMIMAGE_GetBlock(im.p, 0, 0xFFFFFFFF, 0, 0xEE, data, mask, &bs, 0x1000, 0, 0), 0x10);
+  EXPECT_EQ(bs, 0x100u);
+  EXPECT_EQ(MEMIMAGE_GetBlock(im.p, 0, 0xFFFFFFFF, 0x10, 0xEE, data, mask, &bs, 0x1000, 0, 0), 0x30);
+  EXPECT_EQ(bs, 0x100u);
+  EXPECT_EQ(data[0x0F], 0x0F);
+  EXPECT_EQ(data[0x10], 0xEE);
+  EXPECT_EQ(mask[0x10], 0);
+  EXPECT_EQ(mask[0x1F], 0);
+  EXPECT_EQ(data[0x20], 0x20);
+  EXPECT_EQ(mask[0x20], 1);
+  // Gap one byte too large: no extension.
+  EXPECT_EQ(MEMIMAGE_GetBlock(im.p, 0, 0xFFFFFFFF, 0x0F, 0xEE, nullptr, nullptr, &bs, 0x1000, 0, 0), 0x10);
+  // Inside a range, clipped by `to`.
+  EXPECT_EQ(MEMIMAGE_GetBlock(im.p, 0x104, 0x107, 0, 0xFF, nullptr, nullptr, &bs, 0x1000, 0, 0), 4);
+  EXPECT_EQ(bs, 0x104u);
+  // Alignment: start down to 0x100-multiples of 2^6, end up to 2^6.
+  EXPECT_EQ(MEMIMAGE_GetBlock(im.p, 0x124, 0xFFFFFFFF, 0, 0xEE, data, mask, &bs, 0x1000, 6, 6), 0x40);
+  EXPECT_EQ(bs, 0x100u);
+  // The earlier range met by the aligned block is copied too.
+  EXPECT_EQ(data[0x00], 0x00);
+  EXPECT_EQ(mask[0x05], 1);
+  EXPECT_EQ(mask[0x10], 0);
+  EXPECT_EQ(data[0x24], 0x24);
+  // Maximum length keeps the end aligned.
+  EXPECT_EQ(MEMIMAGE_GetBlock(im.p, 0x100, 0xFFFFFFFF, 0x10, 0xFF, nullptr, nullptr, &bs, 0x1C, 0, 3), 0x18);
+}
+
+TEST(MemImage, GetBlockSingleByteAtToOfLongerRangeIsNotReturned) {
+  Image im;
+  im.Add(0x200, 0x2FF);
+  uint32_t bs = 0;
+  EXPECT_EQ(MEMIMAGE_GetBlock(im.p, 0x100, 0x200, 0, 0xFF, nullptr, nullptr, &bs, 0x1000, 0, 0), 0);
+  EXPECT_EQ(MEMIMAGE_GetBlock(im.p, 0x100, 0x201, 0, 0xFF, nullptr, nullptr, &bs, 0x1000, 0, 0), 2);
+  EXPECT_EQ(bs, 0x200u);
+  Image one;
+  one.Add(0x200, 0x200);
+  EXPECT_EQ(MEMIMAGE_GetBlock(one.p, 0x100, 0x200, 0, 0xFF, nullptr, nullptr, &bs, 0x1000, 0, 0), 1);
+}
+
+TEST(MemImage, PatchesOverlayAndCommit) {
+  Image im;
+  im.Add(0x100, 0x1FF);
+  MEMIMAGE_SetByte(im.p, 0x110, 0x55);
+  MEMIMAGE_SetByte(im.p, 0x110, 0x66);
+  MEMIMAGE_SetByte(im.p, 0x400, 0x77);
+  EXPECT_EQ(MEMIMAGE_ReadByte(im.p, 0x110), 0x166);
+  uint8_t buf[4];
+  MEMIMAGE_ReadArea(im.p, 0x10F, 4, buf, 0xEE);
+  EXPECT_EQ(buf[0], 0x0F);
+  EXPECT_EQ(buf[1], 0x66);
+  uint8_t data[8];
+  uint32_t bs = 0;
+  EXPECT_EQ(MEMIMAGE_GetBlock(im.p, 0x3FF, 0x400, 0, 0xEE, data, nullptr, &bs, 8, 0, 0), 0);
+  EXPECT_EQ(MEMIMAGE_CommitPatches(im.p), 0);
+  EXPECT_EQ(im.p->changeCount, 0u);
+  EXPECT_EQ(MEMIMAGE_ReadByte(im.p, 0x110), 0x66);
+  EXPECT_EQ(MEMIMAGE_ReadByte(im.p, 0x400), 0x77);
+  EXPECT_EQ(im.Ranges(), (Ranges{{0x100, 0x1FF}, {0x400, 0x400}}));
+}
+
+TEST(MemImage, QueriesOnEmptyAndNullImages) {
+  Image im;
+  EXPECT_EQ(MEMIMAGE_GetLastAddr(im.p), 0u);
+  EXPECT_EQ(MEMIMAGE_GetFirstAddr(im.p), 0u);
+  EXPECT_EQ(MEMIMAGE_GetNumRanges(nullptr), 0u);
+  EXPECT_EQ(MEMIMAGE_GetNumBytesLocked(nullptr), 0u);
+  EXPECT_EQ(MEMIMAGE_Lock(nullptr), -2);
+  MEMIMAGE_Delete(nullptr);
+  im.Add(0, 0xF);
+  im.Add(0x1000, 0x100F);
+  EXPECT_EQ(MEMIMAGE_GetNumBytes(im.p), 0x20u);
+  EXPECT_EQ(MEMIMAGE_ReadByte(im.p, 0x10), -1);
+  MEMIMAGE_AddDataLocked(im.p, 0x2000, 0x10, nullptr);
+  EXPECT_EQ(MEMIMAGE_ReadByte(im.p, 0x2000), -2);
+}
+
+TEST(MemImage, SetsAndMerge) {
+  Image chip;
+  MEMIMAGE_AddDataLocked(chip.p, 0, 0x10000, nullptr);
+  EXPECT_EQ(chip.p->first->data, nullptr);
+  Image img;
+  img.Add(0x100, 0x1FF);
+  img.Add(0xFFF0, 0x1000F);
+  EXPECT_EQ(MEMIMAGE_FindRangeNotIn(chip.p, img.p, 0), 1);
+  EXPECT_EQ(MEMIMAGE_FindRangeNotIn(chip.p, img.p, 0xFFFF0000u), 0);
+  Image empty;
+  EXPECT_EQ(MEMIMAGE_FindRangeNotIn(chip.p, empty.p, 0), -1);
+  EXPECT_EQ(MEMIMAGE_FindRangeNotIn(empty.p, img.p, 0), 0);
+
+  Image dest;
+  dest.Add(0x300, 0x3FF);
+  Image src;
+  src.Add(0x200, 0x2FF);
+  MEMIMAGE_AddDataLocked(src.p, 0x500, 0x10, nullptr);
+  EXPECT_EQ(MEMIMAGE_MergeLocked(dest.p, src.p), 0);
+  EXPECT_EQ(dest.Ranges(), (Ranges{{0x200, 0x3FF}, {0x500, 0x50F}}));
+  EXPECT_EQ(MEMIMAGE_ReadByte(dest.p, 0x505), 0xFF);  // a byteless range arrives as 0xFF
+  EXPECT_EQ(MEMIMAGE_Merge(dest.p, src.p), 1);
+}
+
+TEST(MemImage, AddSkipBlankAndRemoveBlank) {
+  std::vector<uint8_t> src(64, 0xFF);
+  for (int i = 4; i < 8; i++) src[i] = 1;
+  for (int i = 10; i < 12; i++) src[i] = 2;  // two blanks between: shorter than the run
+  for (int i = 30; i < 32; i++) src[i] = 3;
+  Image im;
+  EXPECT_EQ(MEMIMAGE_AddSkipBlank(im.p, 0x1000, 64, src.data(), 8, 0xFF), 0);
+  EXPECT_EQ(im.Ranges(), (Ranges{{0x1004, 0x100B}, {0x101E, 0x101F}}));
+  Image tail;
+  EXPECT_EQ(MEMIMAGE_AddSkipBlank(tail.p, 0, 34, src.data(), 8, 0xFF), 1);
+  EXPECT_EQ(tail.Ranges(), (Ranges{{4, 11}, {30, 33}}));
+  Image none;
+  EXPECT_EQ(MEMIMAGE_AddSkipBlank(none.p, 0, 0, src.data(), 8, 0xFF), 1);
+
+  Image rb;
+  MEMIMAGE_AddData(rb.p, 0x1000, 64, src.data(), -1);
+  EXPECT_EQ(MEMIMAGE_RemoveBlank(rb.p, 8), 0);
+  // The leading run of four blanks is shorter than the minimum and stays.
+  EXPECT_EQ(rb.Ranges(), (Ranges{{0x1000, 0x100B}, {0x101E, 0x101F}}));
+}
+
+// Random adds, removes and reads against a byte map.
+TEST(MemImage, RandomOperationsMatchByteMap) {
+  std::mt19937 rng(12345);
+  for (int round = 0; round < 40; round++) {
+    Image im;
+    std::map<uint32_t, uint8_t> model;
+    for (int op = 0; op < 300; op++) {
+      const uint32_t start = rng() % 2048;
+      const uint32_t size = 1 + rng() % 96;
+      const int kind = static_cast<int>(rng() % 10);
+      if (kind < 6) {
+        std::vector<uint8_t> bytes(size);
+        for (auto& b : bytes) b = static_cast<uint8_t>(rng());
+        bool overlaps = false;
+        for (uint32_t a = start; a < start + size; a++) overlaps |= model.count(a) != 0;
+        EXPECT_EQ(MEMIMAGE_AddData(im.p, start, size, bytes.data(), -1), overlaps ? -1 : 0);
+        if (!overlaps) {
+          for (uint32_t i = 0; i < size; i++) model[start + i] = bytes[i];
+        }
+      } else if (kind < 8) {
+        MEMIMAGE_RemoveArea(im.p, start, start + size - 1);
+        for (uint32_t a = start; a < start + size; a++) model.erase(a);
+      } else {
+        std::vector<uint8_t> got(size);
+        MEMIMAGE_ReadArea(im.p, start, size, got.data(), 0xEE);
+        for (uint32_t i = 0; i < size; i++) {
+          auto it = model.find(start + i);
+          ASSERT_EQ(got[i], it == model.end() ? 0xEE : it->second) << "round " << round << " op " << op;
+        }
+      }
+      // Invariants: sorted, not touching, counts agree.
+      uint32_t count = 0;
+      uint32_t bytesTotal = 0;
+      uint64_t prevEnd = 0;
+      for (MemRange* r = im.p->first; r != nullptr; r = r->next, count++) {
+        ASSERT_GT(r->size, 0u);
+        if (count > 0) {
+          ASSERT_GT(uint64_t(r->start), prevEnd);
+        }
+        prevEnd = uint64_t(r->start) + r->size;
+        bytesTotal += r->size;
+      }
+      ASSERT_EQ(count, im.p->rangeCount);
+      ASSERT_EQ(bytesTotal, model.size());
+    }
+    // Walking with GetBlock sees every byte once, in order.
+    std::vector<std::pair<uint32_t, uint8_t>> walked;
+    uint64_t c = 0;
+    uint8_t buf[64];
+    for (;;) {
+      uint32_t bs = 0;
+      const int32_t len = MEMIMAGE_GetBlock(im.p, static_cast<uint32_t>(c), 0xFFFFFFFF, 0, 0, buf, nullptr, &bs,
+                                            sizeof buf, 0, 0);
+      if (len == 0) break;
+      for (int32_t i = 0; i < len; i++) walked.emplace_back(bs + i, buf[i]);
+      c = uint64_t(bs) + len;
+    }
+    ASSERT_EQ(walked, (std::vector<std::pair<uint32_t, uint8_t>>(model.begin(), model.end())));
+  }
+}
+
+}  // namespace
