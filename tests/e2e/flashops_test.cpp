@@ -370,7 +370,7 @@ TEST(FlashOps, ReadBackRoundTripsThroughEveryFileFormat) {
   for (const char* ext : {"hex", "mot", "bin"}) {
     SCOPED_TRACE(ext);
     const std::string out = b.dir.file(std::string("r.") + ext);
-    RunResult r = b.Run({"-readrange", "0x10001,0x12FFE", "-saveas", out});
+    RunResult r = b.Run({"-readrange0x10001,0x12FFE", "-saveas", out});
     ASSERT_EQ(r.exitStatus, 0) << r.out;
     EXPECT_TRUE(Has(r, "Reading target memory (0x00010001 - 0x00012FFE) ...")) << r.out;
     EXPECT_TRUE(Has(r, "Target memory read successfully. (12288 bytes, 1 range)")) << r.out;
@@ -417,7 +417,7 @@ TEST(FlashOps, FaultsFailCleanlyAndTheNextActionReconnects) {
     b.dir.write("d.bin", image);
     std::vector<std::string> args = {"-open", b.dir.file("d.bin")};
     args.insert(args.end(), c.action.begin(), c.action.end());
-    if (!c.probeGone) args.insert(args.end(), {"-readrange", "0x0,0xFF"});
+    if (!c.probeGone) args.push_back("-readrange0x0,0xFF");
     RunResult r = b.Run(args, {std::string("TARLOSIM_FAULT=") + c.fault});
     EXPECT_TRUE(Has(r, c.message)) << r.out;
     EXPECT_TRUE(Has(r, "Disconnect")) << r.out;
