@@ -124,12 +124,6 @@ size_t Count(const std::string& s, const std::string& what) {
   return n;
 }
 
-std::string Hex(uint32_t v) {
-  char b[16];
-  std::snprintf(b, sizeof b, "0x%X", v);
-  return b;
-}
-
 // ---- Framing and batching ----
 
 TEST(FlashOps, PageHeadersCarryThreeOrFourAddressBytesAndBlankPagesStayOff) {
@@ -374,7 +368,9 @@ TEST(FlashOps, ReadBackRoundTripsThroughEveryFileFormat) {
     ASSERT_EQ(r.exitStatus, 0) << r.out;
     EXPECT_TRUE(Has(r, "Reading target memory (0x00010001 - 0x00012FFE) ...")) << r.out;
     EXPECT_TRUE(Has(r, "Target memory read successfully. (12288 bytes, 1 range)")) << r.out;
-    if (std::string(ext) == "bin") EXPECT_EQ(b.dir.read("r.bin"), content);
+    if (std::string(ext) == "bin") {
+      EXPECT_EQ(b.dir.read("r.bin"), content);
+    }
     // Loaded again, the file verifies against the chip.
     // A binary file takes its base address glued to the option.
     RunResult v = std::string(ext) == "bin" ? b.Run({"-open" + out + ",0x10000", "-verify"})
