@@ -1,0 +1,109 @@
+// Projects as a user meets them: the default project at start-up, -openprj,
+// and the options that change the open project (-speed, -select). Every run
+// gets a fresh directory that is also its HOME.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/e2e/run_program.h"
+
+namespace {
+
+const char kDefault[] = "[JTAG]\r\n  Speed0 = 4000\r\n[GENERAL]\r\n  HostName = \"probe.local\"\r\n";
+
+RunResult RunIn(const TempDir& dir, const std::vector<std::string>& args) {
+  RunResult r = RunProgram(args, dir.path(), {"HOME=" + dir.path()}, 60);
+  r.out = StripCR(r.out);
+  return r;
+}
+
+bool Has(const RunResult& r, const std::string& text) { return r.out.find(text) != std::string::npos; }
+
+TEST(ProjectCommandLine, DefaultProjectAtStartUp) {
+  TempDir dir;
+  RunResult r = RunIn(dir, {"-verbose3"});
+  EXPECT_EQ(0, r.exitStatus);
+  EXPECT_TRUE(Has(r, "Creating new project ...\n- New project created successfully\n")) << r.out;
+  EXPECT_TRUE(Has(r, "Close project\n- Project closed\n")) << r.out;
+  EXPECT_FALSE(dir.exists("Default.pellam"));  // the new project is never saved
+
+  dir.write("Default.pellam", kDefault);
+  r = RunIn(dir, {"-verbose3"});
+  EXPECT_EQ(0, r.exitStatus);
+  EXPECT_TRUE(Has(r, "Opening project file [Default.pellam] ...\n- Project opened successfully\n")) << r.out;
+  EXPECT_NE(std::string::npos, dir.read(".config/Valmik/PellamSPI.ini").find("Current=\"Default.pellam\""));
+}
+
+TEST(ProjectCommandLine, OpenProject) {
+  TempDir dir;
+  dir.write("board.PELLAM", kDefault);
+  struct Case {
+    std::vector<std::string> args;
+    int exitStatus;
+    std::string expected;
+  } cases[] = {
+      {{"-openprj", "missing.pellam"}, 1,
+       "Opening project file [missing.pellam] ...\n- ERROR: Could not open file [missing.pellam]\nFile not found!"},
+      {{"-openprj", "board.txt", "-verbose5"}, 255, "ERROR: Wrong file extension after option \"-openprj\".\n"},
+      {{"-openprj"}, 255, "ERROR: Missing command line parameter after option \"-openprj\".\n"},
+      {{"-OPENPRJboard.PELLAM"}, 0, "Opening project file [board.PELLAM] ...\n- Project opened successfully\n"},
+  };
+  for (const Case& c : cases) {
+    const RunResult r = RunIn(dir, c.args);
+    EXPECT_EQ(c.exitStatus, r.exitStatus) << c.args[0];
+    EXPECT_TRUE(Has(r, c.expected)) << r.out;
+  }
+  // The walk stops at the bad extension: the later option never runs.
+  const RunResult r = RunIn(dir, {"-openprj", "board.txt", "-openprj", "board.PELLAM"});
+  EXPECT_FALSE(Has(r, "[board.PELLAM]")) << r.out;
+}
+
+TEST(ProjectCommandLine, SpeedChangesOnlyTheOpenProject) {
+  TempDir dir;
+  dir.write("Default.pellam", kDefault);
+  RunResult r = RunIn(dir, {"-speed", "8000"});
+  EXPECT_EQ(0, r.exitStatus) << r.out;
+  r = RunIn(dir, {"-speed12000"});
+  EXPECT_EQ(0, r.exitStatus) << r.out;
+  EXPECT_FALSE(Has(r, "Saving project file")) << r.out;
+  EXPECT_EQ(kDefault, dir.read("Default.pellam"));  // exit drops the change
+
+  r = RunIn(dir, {"-speed"});
+  EXPECT_EQ(255, r.exitStatus);
+  EXPECT_TRUE(Has(r, "ERROR: Missing command line parameter after option \"-speed\".\n")) << r.out;
+  r = RunIn(dir, {"-speedfast"});
+  EXPECT_EQ(255, r.exitStatus);
+  EXPECT_TRUE(Has(r, "ERROR: Expected an decimal digit (0-9) after option \"-speed\".\n")) << r.out;
+}
+
+TEST(ProjectCommandLine, SelectOverridesTheProjectConnection) {
+  TempDir dir;
+  dir.write("Default.pellam", kDefault);
+  struct Case {
+    std::string value;
+    std::string expected;
+  } cases[] = {
+      {"USB=123", "Connecting via USB to Tarlo with SN 123\n"},
+      {"IP", "Connecting via TCP/IP to \n"},  // no "=": empty host
+      {"IP=", "Connecting via TCP/IP to localhost\n"},
+      {"IP=10.0.0.7", "Connecting via TCP/IP to 10.0.0.7\n"},
+  };
+  for (const Case& c : cases) {
+    const RunResult r = RunIn(dir, {"-select", c.value, "-connect"});
+    EXPECT_TRUE(Has(r, c.expected)) << c.value << "\n" << r.out;
+    EXPECT_FALSE(Has(r, "probe.local")) << r.out;
+  }
+  // Without an override the project's host is used.
+  RunResult r = RunIn(dir, {"-connect"});
+  EXPECT_TRUE(Has(r, "Connecting via USB")) << r.out;  // ConnectMode 0 in the file
+  r = RunIn(dir, {"-select"});
+  EXPECT_EQ(255, r.exitStatus);
+  EXPECT_TRUE(Has(r, "ERROR: Missing command line parameter after option \"-select\".\n")) << r.out;
+  r = RunIn(dir, {"-select", "COM1"});
+  EXPECT_EQ(255, r.exitStatus);
+  EXPECT_TRUE(Has(r, "ERROR: Invalid value for option \"-select\" found.\n")) << r.out;
+  EXPECT_EQ(kDefault, dir.read("Default.pellam"));
+}
+
+}  // namespace
