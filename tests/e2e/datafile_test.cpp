@@ -1,0 +1,119 @@
+// Opening and saving data files from the command line: the operation lines,
+// the failure lines, the exit status and the files written.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/e2e/run_program.h"
+
+namespace {
+
+RunResult RunIn(const TempDir& dir, const std::vector<std::string>& args) {
+  return RunProgram(args, dir.path(), {"HOME=" + dir.path()});
+}
+
+bool Contains(const std::string& haystack, const std::string& needle) {
+  return haystack.find(needle) != std::string::npos;
+}
+
+const char kFourBytesHex[] = ":0400000001020304F2\r\n:00000001FF\r\n";
+
+TEST(DataFile, OpenHexSaveAsEveryFormat) {
+  TempDir dir;
+  dir.write("in.hex", kFourBytesHex);
+  const RunResult r = RunIn(dir, {"-open", "in.hex", "-saveas", "out.mot", "-saveas", "out.hex", "-saveas",
+                                  "out.bin", "0x1-0x3", "-saveas", "out.c", "0x0-0x4"});
+  const std::string out = StripCR(r.out);
+  EXPECT_EQ(r.exitStatus, 0) << out;
+  EXPECT_TRUE(Contains(out, "Opening data file [in.hex] ...\n- Data file opened successfully (4 bytes, 1 range)\n"))
+      << out;
+  EXPECT_TRUE(Contains(out, "Saving data file [out.mot] ...\n- Data file saved successfully (4 bytes, 1 range)\n"))
+      << out;
+  EXPECT_EQ(dir.read("out.mot"), "S107000001020304EE\r\nS9030000FC\r\n");
+  EXPECT_EQ(dir.read("out.hex"), kFourBytesHex);
+  EXPECT_EQ(dir.read("out.bin"), "\x02\x03\x04");
+  EXPECT_TRUE(Contains(dir.read("out.c"), "_acout[0x5] = {\r\n  0x01, 0x02, 0x03, 0x04, 0xFF\r\n};"));
+}
+
+TEST(DataFile, BinaryAtBaseAddressAndPluralRanges) {
+  TempDir dir;
+  dir.write("in.bin", std::string("\x01\x02", 2));
+  dir.write("in.mot", "S1050000AABB95\nS1051000CCDD41\n");
+  const RunResult r = RunIn(dir, {"-open", "in.bin", "0x08000000", "-saveas", "a.hex", "-open", "in.mot",
+                                  "-saveas", "b.mot"});
+  const std::string out = StripCR(r.out);
+  EXPECT_EQ(r.exitStatus, 0) << out;
+  EXPECT_EQ(dir.read("a.hex"), ":020000040800F2\r\n:020000000102FB\r\n:00000001FF\r\n");
+  EXPECT_TRUE(Contains(out, "Data file opened successfully (4 bytes, 2 ranges)")) << out;
+  EXPECT_EQ(dir.read("b.mot"), "S1050000AABB95\r\nS1051000CCDD41\r\nS9030000FC\r\n");
+}
+
+// Bad input: the stated message, "Failed to open data file", exit status 1,
+// and the image opened before stays current.
+TEST(DataFile, FailedOpenKeepsPreviousImage) {
+  struct Case {
+    const char* file;
+    std::string contents;  // empty name of contents: the file is not created
+    std::string message;
+  } cases[] = {
+      {"bad.hex", "x", "ERROR: Error in line 1: Not a hex file"},
+      {"bad2.hex", ":0400000001020304F2\r\n:0400000001020304F2\r\n", "ERROR: Error in line 2: Areas overlap"},
+      {"bad.mot", "S107000001020304EE\nS1070004010203\n", "ERROR: Error in line 2: Expected Hex character : 0..9, A..F"},
+      {"empty.s19", "", "ERROR: Error in line 1: Not a mot file"},
+      {"missing.hex", "-", "ERROR: Could not open file [missing.hex]\nFile not found!"},
+      {"nodir/x.srec", "-", "ERROR: Could not open file [nodir/x.srec]\nFile not found!"},
+      {"data.txt", "abc", "ERROR: Unsupported file type (*.txt)"},
+  };
+  for (const auto& c : cases) {
+    TempDir dir;
+    dir.write("good.hex", kFourBytesHex);
+    if (c.contents != "-") dir.write(c.file, c.contents);
+    const RunResult r = RunIn(dir, {"-open", "good.hex", "-open", c.file});
+    const std::string out = StripCR(r.out);
+    EXPECT_EQ(r.exitStatus, 1) << c.file << "\n" << out;
+    EXPECT_TRUE(Contains(out, c.message + "\n")) << c.file << "\n" << out;
+    EXPECT_TRUE(Contains(out, "ERROR: Failed to open data file\n")) << c.file << "\n" << out;
+    const RunResult s = RunIn(dir, {"-open", "good.hex", "-open", c.file, "-saveas", "kept.mot"});
+    EXPECT_EQ(s.exitStatus, 0) << c.file;
+    EXPECT_EQ(dir.read("kept.mot"), "S107000001020304EE\r\nS9030000FC\r\n") << c.file;
+  }
+}
+
+TEST(DataFile, FailedSaveReportsAndExitsOne) {
+  TempDir dir;
+  dir.write("in.hex", kFourBytesHex);
+  ASSERT_EQ(symlink("/dev/full", dir.file("full.hex").c_str()), 0);
+  dir.write("plain", "x");
+  struct Case {
+    std::string target;
+    std::string message;
+  } cases[] = {
+      {"full.hex", "ERROR: Error writing file.\n"},
+      {"plain/sub.mot", "ERROR: Could not write file.\nplain/sub.mot\n"},
+      {"out.elf", "ERROR: Unsupported file type (*.elf)\n"},
+  };
+  for (const auto& c : cases) {
+    const RunResult r = RunIn(dir, {"-open", "in.hex", "-saveas", c.target});
+    const std::string out = StripCR(r.out);
+    EXPECT_EQ(r.exitStatus, 1) << c.target << "\n" << out;
+    EXPECT_TRUE(Contains(out, "Saving data file [" + c.target + "] ...\n")) << out;
+    EXPECT_TRUE(Contains(out, c.message)) << c.target << "\n" << out;
+    EXPECT_TRUE(Contains(out, "ERROR: Failed to save data file\n")) << out;
+    EXPECT_FALSE(Contains(out, "Data file saved successfully")) << out;
+  }
+}
+
+TEST(DataFile, SaveWritesToTheLastNamedFile) {
+  TempDir dir;
+  dir.write("in.hex", kFourBytesHex);
+  const RunResult r = RunIn(dir, {"-open", "in.hex", "-saveas", "one.s", "-save"});
+  EXPECT_EQ(r.exitStatus, 0) << r.out;
+  EXPECT_EQ(dir.read("one.s"), "S107000001020304EE\r\nS9030000FC\r\n");
+  EXPECT_TRUE(Contains(StripCR(r.out), "Saving data file [one.s] ...\n- Data file saved successfully (4 bytes, 1 range)\n"
+                                       "Saving data file [one.s] ...\n"))
+      << r.out;
+}
+
+}  // namespace
