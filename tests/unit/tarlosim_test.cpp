@@ -1,0 +1,492 @@
+// The simulated probe library, through its exported C functions only: SPI
+// NOR datasheet behaviour, the families' special sequences, persistence,
+// trace and stats files, and every fault.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "probe/tarlo_abi.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream f(path, std::ios::binary);
+  std::stringstream s;
+  s << f.rdbuf();
+  return s.str();
+}
+
+std::vector<std::string> g_errors;
+void OnError(const char* t) { g_errors.push_back(t); }
+
+// One simulated chip in a fresh directory; the environment is set before
+// the open, which is the chip's power-up.
+struct Sim {
+  std::string dir;
+  explicit Sim(const std::string& chip = "C22018", std::vector<std::pair<const char*, std::string>> env = {},
+               bool open = true) {
+    char tmpl[] = "/tmp/tarlosim-test-XXXXXX";
+    dir = mkdtemp(tmpl);
+    for (const char* k : {"TARLOSIM_FAULT", "TARLOSIM_TIMING", "TARLOSIM_SIZE", "TARLOSIM_SN", "TARLOSIM_VTARGET"})
+      unsetenv(k);
+    setenv("TARLOSIM_CHIP", chip.c_str(), 1);
+    setenv("TARLOSIM_FLASH", (dir + "/flash.bin").c_str(), 1);
+    setenv("TARLOSIM_TRACE", (dir + "/trace.txt").c_str(), 1);
+    setenv("TARLOSIM_STATS", (dir + "/stats.json").c_str(), 1);
+    for (auto& [k, v] : env) setenv(k, v.c_str(), 1);
+    g_errors.clear();
+    if (open) Open();
+  }
+  ~Sim() {
+    TARLOARM_Close();
+    std::string cmd = "rm -rf '" + dir + "'";
+    if (std::system(cmd.c_str()) != 0) {}
+  }
+  void Open() {
+    TARLOARM_SelectUSB(0);
+    const char* e = TARLOARM_OpenEx(nullptr, OnError);
+    ASSERT_EQ(e, nullptr) << e;
+    TARLOARM_SetSpeed(4000);
+  }
+  void Reopen() {
+    TARLOARM_Close();
+    Open();
+  }
+  // One whole chip-select frame; returns the bytes received after `out`.
+  Bytes Cmd(const Bytes& out, size_t nIn = 0) {
+    Bytes o = out, in(out.size() + nIn);
+    o.resize(out.size() + nIn, 0xFF);
+    TARLO_SPI_Transfer(o.data(), in.data(), static_cast<uint32_t>(o.size() * 8), TARLO_SPI_FLAG_WHOLE);
+    return Bytes(in.begin() + static_cast<long>(out.size()), in.end());
+  }
+  uint8_t Status(uint8_t op = 0x05) { return Cmd({op}, 1)[0]; }
+  void Wren() { Cmd({0x06}); }
+  static Bytes Addr(uint8_t op, uint32_t a, int alen) {
+    Bytes b{op};
+    for (int i = alen - 1; i >= 0; i--) b.push_back(static_cast<uint8_t>(a >> (8 * i)));
+    return b;
+  }
+  void Program(uint32_t a, const Bytes& data, uint8_t op = 0x02, int alen = 3) {
+    Bytes b = Addr(op, a, alen);
+    b.insert(b.end(), data.begin(), data.end());
+    Cmd(b);
+  }
+  Bytes Read(uint32_t a, size_t n, uint8_t op = 0x03, int alen = 3) { return Cmd(Addr(op, a, alen), n); }
+  std::string Trace() { return ReadFile(dir + "/trace.txt"); }
+  std::string Flash() { return ReadFile(dir + "/flash.bin"); }
+};
+
+long JsonField(const std::string& json, const std::string& key) {
+  size_t at = json.find("\"" + key + "\": ");
+  if (at == std::string::npos) return -1;
+  return std::atol(json.c_str() + at + key.size() + 4);
+}
+
+TEST(TarloSim, VersionAndCompileDateAreFixed) {
+  EXPECT_EQ(TARLOARM_GetDLLVersion() % 100, 4u);
+  EXPECT_STREQ(TARLOARM_GetCompileDateTime(), "Nov 20 2026 10:00:00");
+}
+
+TEST(TarloSim, JedecIdAnswersTheConfiguredBytes) {
+  const struct { const char* chip; Bytes head; } cases[] = {
+      {"C22018", {0xC2, 0x20, 0x18, 0xFF}},
+      {"7F9D46", {0x7F, 0x9D, 0x46, 0xFF}},
+      {"1F2600", {0x1F, 0x26, 0x00, 0xFF}},
+      {"C2201811223344", {0xC2, 0x20, 0x18, 0x11, 0x22, 0x33, 0x44, 0xFF}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.chip);
+    Sim s(c.chip);
+    // As the program reads it: opcode with flags 2, 13 bytes with flags 12.
+    uint8_t op = 0x9F, in[13];
+    TARLO_SPI_Transfer(&op, nullptr, 8, TARLO_SPI_FLAG_BEGIN);
+    TARLO_SPI_Transfer(nullptr, in, 104, TARLO_SPI_FLAG_END);
+    EXPECT_EQ(Bytes(in, in + c.head.size()), c.head);
+  }
+}
+
+TEST(TarloSim, WriteEnableLatchGatesAndIsClearedByEveryWrite) {
+  Sim s;
+  EXPECT_EQ(s.Status() & 2, 0);
+  s.Program(0x100, {0x00});  // no WEL: ignored
+  EXPECT_EQ(s.Read(0x100, 1)[0], 0xFF);
+  const std::vector<std::pair<const char*, Bytes>> writes = {
+      {"program", {0x02, 0x00, 0x01, 0x00, 0x12}},
+      {"sector erase", {0x20, 0x00, 0x20, 0x00}},
+      {"write status", {0x01, 0x00}},
+      {"chip erase", {0xC7}},
+  };
+  for (const auto& [name, frame] : writes) {
+    SCOPED_TRACE(name);
+    s.Wren();
+    EXPECT_EQ(s.Status() & 2, 2);
+    s.Cmd(frame);
+    EXPECT_EQ(s.Status() & 3, 0);
+  }
+  s.Wren();
+  s.Cmd({0x04});
+  EXPECT_EQ(s.Status() & 2, 0);
+}
+
+TEST(TarloSim, ProgramOnlyClearsBitsAndWrapsInsideThePage) {
+  Sim s;
+  s.Wren();
+  s.Program(0x1000, {0xF0, 0x0F});
+  s.Wren();
+  s.Program(0x1000, {0x3C, 0xFF});
+  EXPECT_EQ(s.Read(0x1000, 2), (Bytes{0x30, 0x0F}));
+  // Four bytes from 0x20FE: the last two land at the start of the same page.
+  s.Wren();
+  s.Program(0x20FE, {1, 2, 3, 4});
+  EXPECT_EQ(s.Read(0x20FE, 2), (Bytes{1, 2}));
+  EXPECT_EQ(s.Read(0x2000, 2), (Bytes{3, 4}));
+  EXPECT_EQ(s.Read(0x2100, 1)[0], 0xFF);
+}
+
+TEST(TarloSim, EraseGranularity) {
+  const struct { uint8_t op; uint32_t len; } cases[] = {{0x20, 0x1000}, {0x52, 0x8000}, {0xD8, 0x10000}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.op);
+    Sim s;
+    // Zero 0x30000..0x60000 then erase at an address inside 0x40000's unit.
+    for (uint32_t a = 0x30000; a < 0x60000; a += 256) {
+      s.Wren();
+      s.Program(a, Bytes(256, 0));
+    }
+    s.Wren();
+    s.Cmd(Sim::Addr(c.op, 0x40000 + c.len / 2 + 5, 3));
+    EXPECT_EQ(s.Read(0x40000 - 1, 1)[0], 0x00);
+    EXPECT_EQ(s.Read(0x40000, c.len), Bytes(c.len, 0xFF));
+    EXPECT_EQ(s.Read(0x40000 + c.len, 1)[0], 0x00);
+  }
+  Sim s;
+  s.Wren();
+  s.Program(0xFFFF00, Bytes(4, 0));
+  s.Wren();
+  s.Cmd({0x60});
+  EXPECT_EQ(s.Read(0xFFFF00, 4), Bytes(4, 0xFF));
+}
+
+TEST(TarloSim, ModelTimingKeepsTheChipBusyAndIgnoresCommandsMeanwhile) {
+  Sim s("C22018", {{"TARLOSIM_TIMING", "model"}});
+  s.Wren();
+  s.Program(0, {0x00});
+  EXPECT_EQ(s.Status() & 1, 1);
+  s.Wren();  // ignored while busy
+  s.Program(0x100, {0x00});
+  EXPECT_EQ(s.Read(0, 1)[0], 0xFF) << "reads are ignored while busy";
+  // Each status poll is 16 bits, 4 us at 4 MHz; a page program is 0.7 ms.
+  int polls = 1;
+  while (s.Status() & 1) polls++;
+  EXPECT_GT(polls, 150);
+  EXPECT_LT(polls, 200);
+  EXPECT_EQ(s.Read(0, 1)[0], 0x00);
+  EXPECT_EQ(s.Read(0x100, 1)[0], 0xFF);
+  TARLOARM_Close();
+  const std::string stats = ReadFile(s.dir + "/stats.json");
+  EXPECT_GE(JsonField(stats, "busy_ns"), 700000);
+  EXPECT_GE(JsonField(stats, "model_ns"), 700000);
+}
+
+TEST(TarloSim, ProtectionBitsBlockUntilTheStatusRegisterIsCleared) {
+  Sim s("C22018", {{"TARLOSIM_FAULT", "protected"}});
+  EXPECT_NE(s.Status() & 0x3C, 0);
+  s.Wren();
+  s.Program(0, {0x00});
+  s.Wren();
+  s.Cmd({0xC7});
+  EXPECT_EQ(s.Read(0, 1)[0], 0xFF);
+  s.Wren();
+  s.Cmd({0x01, 0x00});
+  EXPECT_EQ(s.Status() & 0x3C, 0);
+  s.Wren();
+  s.Program(0, {0x00});
+  EXPECT_EQ(s.Read(0, 1)[0], 0x00);
+}
+
+TEST(TarloSim, FourByteModeAndFourByteOpcodes) {
+  Sim s("C22019");
+  s.Wren();
+  s.Program(0x01000010, {0xAB}, 0x12, 4);
+  EXPECT_EQ(s.Read(0x01000010, 1, 0x13, 4)[0], 0xAB);
+  EXPECT_EQ(s.Read(0x000010, 1)[0], 0xFF) << "3-byte read stays in the low 16 MiB";
+  s.Cmd({0xB7});
+  EXPECT_EQ(s.Status(0x15) & 0x20, 0x20);
+  EXPECT_EQ(s.Read(0x01000010, 1, 0x03, 4)[0], 0xAB);
+  EXPECT_EQ(s.Cmd(Sim::Addr(0x0B, 0x01000010, 4), 2)[1], 0xAB) << "fast read: dummy byte first";
+  s.Wren();
+  s.Cmd(Sim::Addr(0xDC, 0x01000000, 4));
+  EXPECT_EQ(s.Read(0x01000010, 1, 0x13, 4)[0], 0xFF);
+  s.Cmd({0xE9});
+  EXPECT_EQ(s.Status(0x15) & 0x20, 0);
+  // A part without 4-byte support ignores the opcodes.
+  Sim t("C22018");
+  t.Wren();
+  t.Program(0x10, {0x00}, 0x12, 4);
+  EXPECT_EQ(t.Read(0x10, 1)[0], 0xFF);
+}
+
+TEST(TarloSim, FlagStatusRegister) {
+  Sim s("20BA18", {{"TARLOSIM_TIMING", "model"}, {"TARLOSIM_FAULT", "protected"}});
+  EXPECT_EQ(s.Status(0x70) & 0x80, 0x80);
+  s.Wren();
+  s.Program(0, {0});
+  EXPECT_EQ(s.Status(0x70), 0x80 | 0x12) << "protection and program error flags";
+  s.Cmd({0x50});
+  EXPECT_EQ(s.Status(0x70), 0x80);
+  s.Wren();
+  s.Cmd({0x01, 0x00});
+  while (!(s.Status(0x70) & 0x80)) {}
+  s.Wren();
+  s.Program(0, {0});
+  EXPECT_EQ(s.Status(0x70) & 0x80, 0);
+  while (!(s.Status(0x70) & 0x80)) {}
+  EXPECT_EQ(s.Read(0, 1)[0], 0);
+}
+
+TEST(TarloSim, PageBasedFamily) {
+  Sim s("1F2600", {{"TARLOSIM_FAULT", "protected"}});
+  uint8_t st = s.Status(0xD7);
+  EXPECT_EQ(st & 0x80, 0x80);
+  EXPECT_EQ(st & 0x02, 0x02);
+  s.Program(0x800, {0x00});  // protected: ignored
+  EXPECT_EQ(s.Read(0x800, 1)[0], 0xFF);
+  s.Cmd({0x3D, 0x2A, 0x7F, 0x9A});
+  EXPECT_EQ(s.Status(0xD7) & 0x02, 0);
+  s.Program(0x800, {0x00});  // no write enable in this family
+  s.Program(0x1000, {0x00});
+  EXPECT_EQ(s.Read(0x800, 1)[0], 0x00);
+  s.Cmd({0x50, 0x00, 0x08, 0x00});  // 2 KiB block
+  EXPECT_EQ(s.Read(0x800, 1)[0], 0xFF);
+  EXPECT_EQ(s.Read(0x1000, 1)[0], 0x00);
+  s.Cmd({0xC7, 0x94, 0x80, 0x9A});
+  EXPECT_EQ(s.Read(0x1000, 1)[0], 0xFF);
+}
+
+TEST(TarloSim, GlobalUnlockFamilyIsLockedAtPowerUp) {
+  Sim s("BF2643");
+  s.Wren();
+  s.Program(0, {0});
+  EXPECT_EQ(s.Read(0, 1)[0], 0xFF);
+  s.Cmd({0x98});  // without WEL: no effect
+  s.Wren();
+  s.Program(0, {0});
+  EXPECT_EQ(s.Read(0, 1)[0], 0xFF);
+  s.Wren();
+  s.Cmd({0x98});
+  s.Wren();
+  s.Program(0, {0});
+  EXPECT_EQ(s.Read(0, 1)[0], 0x00);
+  s.Reopen();  // power cycle locks again
+  s.Wren();
+  s.Program(1, {0});
+  EXPECT_EQ(s.Read(1, 1)[0], 0xFF);
+}
+
+TEST(TarloSim, FerroelectricPartWritesInPlaceWithTwoAddressBytes) {
+  Sim s("042503");
+  s.Wren();
+  s.Program(0x7FFE, {0x00, 0x11, 0x22}, 0x02, 2);  // wraps at the end of the array
+  s.Wren();
+  s.Program(0x7FFE, {0xA5}, 0x02, 2);  // no erase needed: bits go both ways
+  EXPECT_EQ(s.Status() & 1, 0);
+  EXPECT_EQ(s.Read(0x7FFE, 2, 0x03, 2), (Bytes{0xA5, 0x11}));
+  EXPECT_EQ(s.Read(0, 1, 0x03, 2)[0], 0x22);
+  TARLOARM_Close();
+  EXPECT_EQ(s.Flash().size(), 32768u);
+}
+
+TEST(TarloSim, ContentsPersistAndOtherSizesAreKept) {
+  Sim s("C22018", {{"TARLOSIM_SIZE", "64K"}});
+  EXPECT_EQ(s.Flash(), std::string(65536, '\xFF')) << "created erased at open";
+  s.Wren();
+  s.Program(0x10, {0x12, 0x34});
+  s.Reopen();
+  EXPECT_EQ(s.Read(0x10, 2), (Bytes{0x12, 0x34}));
+  TARLOARM_Close();
+  EXPECT_EQ(s.Flash().substr(0x10, 2), "\x12\x34");
+  // A shorter file is padded erased; a longer one keeps its tail.
+  {
+    std::ofstream f(s.dir + "/flash.bin", std::ios::binary | std::ios::trunc);
+    f << std::string(0x20, '\0');
+  }
+  s.Open();
+  EXPECT_EQ(s.Read(0x1F, 2), (Bytes{0x00, 0xFF}));
+  s.Wren();
+  s.Program(0x40, {0x00});
+  TARLOARM_Close();
+  EXPECT_EQ(s.Flash().size(), 65536u);
+  {
+    std::ofstream f(s.dir + "/flash.bin", std::ios::binary | std::ios::app);
+    f << "tail";
+  }
+  s.Open();
+  s.Wren();
+  s.Program(0x41, {0x00});
+  TARLOARM_Close();
+  const std::string flash = s.Flash();
+  ASSERT_EQ(flash.size(), 65536u + 4);
+  EXPECT_EQ(flash.substr(65536), "tail");
+  EXPECT_EQ(flash[0x41], '\0');
+}
+
+TEST(TarloSim, TraceHasOneLinePerFrameAndEventsAsComments) {
+  Sim s;
+  s.Cmd({0x05}, 1);
+  TARLOARM_ClrTMS();
+  uint8_t b = 0x9F, in[3];
+  TARLO_SPI_Transfer(&b, nullptr, 8, TARLO_SPI_FLAG_NONE);
+  TARLO_SPI_Transfer(nullptr, in, 24, TARLO_SPI_FLAG_NONE);
+  TARLOARM_SetTMS();
+  EXPECT_EQ(Bytes(in, in + 3), (Bytes{0xC2, 0x20, 0x18}));
+  TARLO_SPI_Transfer(&b, nullptr, 8, TARLO_SPI_FLAG_NONE);  // chip not selected
+  TARLOARM_ClrRESET();
+  TARLOARM_Close();
+  std::vector<std::string> frames, events;
+  std::istringstream lines(s.Trace());
+  for (std::string l; std::getline(lines, l);) (l[0] == '#' ? events : frames).push_back(l);
+  EXPECT_EQ(frames, (std::vector<std::string>{"05 FF", "9F FF FF FF"}));
+  EXPECT_GE(events.size(), 5u);
+}
+
+TEST(TarloSim, StatsCountTheWork) {
+  Sim s;
+  s.Wren();
+  s.Program(0, Bytes(256, 0));
+  s.Status();
+  s.Wren();
+  s.Cmd(Sim::Addr(0x20, 0x1000, 3));
+  s.Wren();
+  s.Cmd({0xC7});
+  TARLOARM_Close();
+  const std::string j = ReadFile(s.dir + "/stats.json");
+  // Counters run for the whole process: compare with a second session.
+  const long frames = JsonField(j, "frames"), programs = JsonField(j, "page_programs");
+  s.Open();
+  s.Wren();
+  s.Program(0, Bytes(256, 0));
+  s.Status();
+  TARLOARM_Close();
+  const std::string k = ReadFile(s.dir + "/stats.json");
+  EXPECT_EQ(JsonField(k, "frames") - frames, 3);
+  EXPECT_EQ(JsonField(k, "page_programs") - programs, 1);
+  EXPECT_GE(JsonField(k, "sector_erases"), 1);
+  EXPECT_GE(JsonField(k, "chip_erases"), 1);
+  EXPECT_GE(JsonField(k, "status_reads"), 2);
+  for (const char* key : {"bytes_out", "bytes_in", "bus_ns", "busy_ns", "model_ns"})
+    EXPECT_GE(JsonField(k, key), 0) << key;
+}
+
+// The program's page job list: WREN, header, data, status opcode, poll.
+struct PageJobs {
+  uint8_t wren = 0x06, hdr[4] = {0x02, 0, 0, 0}, rdsr = 0x05, st = 0;
+  Bytes data = Bytes(256, 0x5A);
+  TARLO_SPI_POLL poll{0, 1, 0, 100000};
+  TARLO_SPI_JOB jobs[5]{};
+  explicit PageJobs(uint32_t a) {
+    hdr[1] = static_cast<uint8_t>(a >> 16);
+    hdr[2] = static_cast<uint8_t>(a >> 8);
+    jobs[0] = {1, 0, &wren, nullptr, 8, 14, nullptr, 0, -1};
+    jobs[1] = {1, 0, hdr, nullptr, 32, 2, nullptr, 0, -1};
+    jobs[2] = {1, 0, data.data(), nullptr, 256 * 8, 12, nullptr, 0, -1};
+    jobs[3] = {1, 0, &rdsr, nullptr, 8, 2, nullptr, 0, -1};
+    jobs[4] = {2, 0, nullptr, &st, 8, 12, &poll, 16, -1};
+  }
+  int Run() { return reinterpret_cast<TARLO_SPI_BATCH_FUNC>(TARLO_GetpFunc(1))(jobs, 5); }
+};
+
+TEST(TarloSim, BatchRunsPageProgramsAndPolls) {
+  for (const char* timing : {"instant", "model"}) {
+    SCOPED_TRACE(timing);
+    Sim s("C22018", {{"TARLOSIM_TIMING", timing}});
+    PageJobs j(0x300);
+    EXPECT_EQ(j.Run(), 0);
+    EXPECT_EQ(j.jobs[0].Result, 1);
+    EXPECT_EQ(j.jobs[1].Result, 4);
+    EXPECT_EQ(j.jobs[2].Result, 256);
+    EXPECT_EQ(j.jobs[3].Result, 1);
+    EXPECT_GE(j.jobs[4].Result, 1);
+    EXPECT_EQ(j.st & 1, 0);
+    EXPECT_EQ(s.Read(0x300, 256), Bytes(256, 0x5A));
+  }
+}
+
+TEST(TarloSim, BatchFaults) {
+  const struct { const char* fault; int call; int pollResult; } cases[] = {
+      {"batch-nomem", TARLO_ERR_NOMEM, -1},
+      {"batch-unsupported", TARLO_ERR_UNSUPPORTED, -1},
+      {"program-timeout", 0, -1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.fault);
+    Sim s("C22018", {{"TARLOSIM_FAULT", c.fault}});
+    PageJobs j(0);
+    EXPECT_EQ(j.Run(), c.call);
+    EXPECT_EQ(j.jobs[4].Result, c.pollResult);
+  }
+  Sim s("C22018", {{"TARLOSIM_FAULT", "no-batch"}});
+  EXPECT_EQ(TARLO_GetpFunc(1), nullptr);
+}
+
+TEST(TarloSim, EraseTimeoutAndStuckBit) {
+  {
+    Sim s("C22018", {{"TARLOSIM_FAULT", "erase-timeout"}});
+    s.Wren();
+    s.Cmd(Sim::Addr(0x20, 0, 3));
+    for (int i = 0; i < 1000; i++) ASSERT_EQ(s.Status() & 1, 1);
+  }
+  Sim s("C22018", {{"TARLOSIM_FAULT", "stuck@0x103,stuck@0x104:7"}});
+  s.Wren();
+  s.Program(0x100, Bytes(8, 0));
+  EXPECT_EQ(s.Read(0x103, 2), (Bytes{0x01, 0x80}));
+}
+
+TEST(TarloSim, ProbeSelectionPowerAndInterfaces) {
+  {
+    Sim s("C22018", {{"TARLOSIM_SN", ""}}, false);
+    EXPECT_NE(TARLOARM_OpenEx(nullptr, OnError), nullptr);
+    EXPECT_TRUE(g_errors.empty()) << "the program reports the returned text itself";
+  }
+  Sim s("C22018", {{"TARLOSIM_SN", "11,22"}, {"TARLOSIM_VTARGET", "0"}, {"TARLOSIM_FAULT", "no-spi"}}, false);
+  EXPECT_EQ(TARLOARM_EMU_SelectByUSBSN(33), -1);
+  EXPECT_EQ(TARLOARM_EMU_SelectByUSBSN(22), 0);
+  ASSERT_EQ(TARLOARM_OpenEx(nullptr, OnError), nullptr);
+  EXPECT_EQ(TARLOARM_GetSN(), 22);
+  uint32_t mask = 0;
+  TARLOARM_TIF_GetAvailable(&mask);
+  EXPECT_EQ(mask & 32, 0u);
+  TARLO_HW_STATUS hw{};
+  ASSERT_EQ(TARLOARM_GetHWStatus(&hw), 0);
+  EXPECT_EQ(hw.VTarget, 0);
+  char out[128];
+  TARLOARM_ExecCommand("SupplyPower = 1", out, sizeof out);
+  TARLOARM_GetHWStatus(&hw);
+  EXPECT_EQ(hw.VTarget, 3300);
+  TARLOARM_Close();
+  TARLOARM_SelectUSB(5);
+  EXPECT_NE(TARLOARM_OpenEx(nullptr, OnError), nullptr);
+}
+
+TEST(TarloSim, DroppedProbeFailsLaterCallsAndReportsOnce) {
+  Sim s("C22018", {{"TARLOSIM_FAULT", "drop@3"}});
+  s.Wren();
+  s.Wren();
+  s.Status();
+  EXPECT_LT(TARLO_SPI_Transfer(nullptr, nullptr, 8, 14), 0);
+  EXPECT_LT(TARLO_SPI_Transfer(nullptr, nullptr, 8, 14), 0);
+  TARLO_HW_STATUS hw{};
+  EXPECT_LT(TARLOARM_GetHWStatus(&hw), 0);
+  EXPECT_EQ(g_errors.size(), 1u);
+  TARLOARM_Close();
+  EXPECT_NE(TARLOARM_OpenEx(nullptr, OnError), nullptr) << "still unplugged";
+}
+
+}  // namespace
