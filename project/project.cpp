@@ -402,7 +402,8 @@ int PROJECT_Close(void) {
   if (!Ready()) return -1;
   LOG_BeginOp("Close project");
   if (SETTINGS_IsOpen() != 1) {
-    SETTINGS_ReportError("No project file opened.");
+    // Printed, not collected: the result line still follows.
+    LOG_Error("No project file opened.");
     LOG_EndOp("Project closed");
     return 0;
   }

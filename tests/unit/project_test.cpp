@@ -258,6 +258,15 @@ TEST_F(ProjectTest, NewProjectDefaults) {
   EXPECT_EQ(0, PROJECT_Close());
   EXPECT_EQ("Close project\r\n- Project closed\r\n", testing::internal::GetCapturedStdout());
   EXPECT_EQ(0, PROJECT_IsOpen());
+
+  // Without a project: getters fill zeros, closing still ends with its result line.
+  testing::internal::CaptureStdout();
+  PROJECT_GetFlashParams(&f);
+  EXPECT_EQ(0, PROJECT_Close());
+  EXPECT_EQ("ERROR: No project file opened.\nClose project\r\nERROR: No project file opened.\n- Project closed\r\n",
+            testing::internal::GetCapturedStdout());
+  EXPECT_EQ(0u, f.NumPages);
+  EXPECT_EQ(0, f.CmdEraseSector);
 }
 
 TEST_F(ProjectTest, SaveFailuresLeaveTheFile) {
