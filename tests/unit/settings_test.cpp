@@ -276,4 +276,40 @@ TEST(SettingsFile, Refusals) {
   unlink(path.c_str());
 }
 
+TEST(AppSettings, CaseSensitiveStoreWrittenAfterEveryChange) {
+  const std::string path = TempPath("app.ini");
+  unlink(path.c_str());
+  APPINI_SetFile(path.c_str(), nullptr);
+  char buf[64];
+  EXPECT_EQ(-1, APPINI_GetString("PROJECT", "Current", buf, sizeof buf));
+  EXPECT_EQ(0, APPINI_SetString("PROJECT", "Current", "a.pellam"));
+  EXPECT_EQ("[PROJECT]\r\nCurrent=\"a.pellam\"\r\n", ReadFile(path));
+  EXPECT_EQ(0, APPINI_SetHex8("PROJECT", "Flags", 0x1A5));
+  EXPECT_EQ(0, APPINI_SetString("PROJECT", "Current", "b.pellam"));  // replaces, moves to the top
+  EXPECT_EQ(0, APPINI_SetDec("OTHER", "Count", 42));
+  EXPECT_EQ("[PROJECT]\r\nCurrent=\"b.pellam\"\r\nFlags = 0xA5\r\n[OTHER]\r\nCount = 42\r\n", ReadFile(path));
+
+  // A new name makes the store read the file anew.
+  { std::ofstream(path, std::ios::binary) << "[project]\r\nCurrent=\"x\"\r\n[PROJECT]\r\nFlags = 0x1F\r\nN = 7\r\nBad = 7\r\n"; }
+  APPINI_SetFile("", nullptr);
+  APPINI_SetFile(path.c_str(), nullptr);
+  EXPECT_EQ(-1, APPINI_GetString("PROJECT", "Current", buf, sizeof buf));  // [project] is another section
+  uint32_t u = 0;
+  EXPECT_EQ(0, APPINI_GetU32("PROJECT", "Flags", &u));
+  EXPECT_EQ(0x1Fu, u);
+  int32_t d = 0;
+  EXPECT_EQ(0, APPINI_GetDec("PROJECT", "N", &d));
+  EXPECT_EQ(7, d);
+  EXPECT_EQ(-1, APPINI_GetU32("PROJECT", "flags", &u));  // key names are case-sensitive
+  EXPECT_EQ(0, APPINI_GetRaw("PROJECT", "Flags", buf, sizeof buf));
+  EXPECT_STREQ("0x1F", buf);
+  static std::string reported;
+  APPINI_SetFile(path.c_str(), [](const char* text) { reported = text; });
+  EXPECT_EQ(-1, APPINI_GetU32("PROJECT", "Bad", &u));  // only "0x" numbers
+  EXPECT_EQ("Error while parsing subkey \"Bad\" in settings file. Syntax error.", reported);
+  APPINI_SetFile("", nullptr);
+  EXPECT_EQ(-1, APPINI_SetDec("PROJECT", "N", 1));  // no file: the write has no effect
+  unlink(path.c_str());
+}
+
 }  // namespace
