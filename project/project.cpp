@@ -314,7 +314,6 @@ int OpenOrNew(const char* fileName, bool open) {
     LOG_EndOp("Project opened successfully");
   } else {
     SetNewDefaults();
-    p.flash.ChipClass = 0;
     p.modified = 1;
     LOG_EndOp("New project created successfully");
   }
