@@ -61,8 +61,7 @@ TEST(CommandLine, NoArgumentsPrintsBannerAndHelp) {
   EXPECT_EQ(r.exitStatus, 0);
   EXPECT_EQ(r.out.rfind("Valmik Pellam SPI V6.80 Command Line Version\r\nTarloARM.dll V", 0), 0u) << r.out;
   EXPECT_TRUE(Contains(r.out, " (DLL compiled ")) << r.out;
-  ASSERT_GE(r.out.size(), sizeof kHelp - 1);
-  EXPECT_EQ(r.out.substr(r.out.size() - (sizeof kHelp - 1)), kHelp) << r.out;
+  EXPECT_TRUE(Contains(r.out, kHelp)) << r.out;   // shutdown may report after it
 }
 
 TEST(CommandLine, HelpOptions) {
