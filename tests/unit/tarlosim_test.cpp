@@ -196,6 +196,28 @@ TEST(TarloSim, ModelTimingKeepsTheChipBusyAndIgnoresCommandsMeanwhile) {
   EXPECT_GE(JsonField(stats, "model_ns"), 700000);
 }
 
+TEST(TarloSim, RealTimingIsBusyInWallTime) {
+  Sim s("C22018", {{"TARLOSIM_TIMING", "real"}});
+  s.Wren();
+  s.Cmd(Sim::Addr(0x20, 0, 3));  // 45 ms
+  EXPECT_EQ(s.Status() & 1, 1);
+  usleep(60000);
+  EXPECT_EQ(s.Status() & 1, 0);
+}
+
+TEST(TarloSim, LibraryLogHasAReadableLinePerCall) {
+  Sim s("C22018", {}, false);
+  TARLOARM_SetLogFile((s.dir + "/probe.log").c_str());
+  s.Open();
+  s.Status();
+  TARLOARM_Close();
+  TARLOARM_SetLogFile(nullptr);
+  const std::string log = ReadFile(s.dir + "/probe.log");
+  for (const char* call : {"TARLOARM_SelectUSB(0)", "TARLOARM_OpenEx() returns NULL", "TARLOARM_SetSpeed(4000 kHz)",
+                           "TARLO_SPI_Transfer(NumBits = 16, Flags = 14) returns 2", "TARLOARM_Close()"})
+    EXPECT_NE(log.find(call), std::string::npos) << call << "\n" << log;
+}
+
 TEST(TarloSim, ProtectionBitsBlockUntilTheStatusRegisterIsCleared) {
   Sim s("C22018", {{"TARLOSIM_FAULT", "protected"}});
   EXPECT_NE(s.Status() & 0x3C, 0);
