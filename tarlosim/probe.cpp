@@ -669,7 +669,22 @@ TS_EXPORT int TARLO_SPI_Transfer(const uint8_t* dataOut, uint8_t* dataIn, uint32
     if (tarlosim::CountTransfer(p)) tarlosim::Alive(p);
     else rc = tarlosim::DoTransfer(p, dataOut, dataIn, numBits, flags);
   }
-  if (p.log.On()) p.log.Line("TARLO_SPI_Transfer(NumBits = %u, Flags = %u) returns %d", numBits, flags, rc);
+  if (p.log.On()) {
+    // The first bytes each way make the log readable without flooding it.
+    auto hex = [](const uint8_t* d, uint32_t bits) {
+      std::string t;
+      const uint32_t n = (bits + 7) / 8;
+      for (uint32_t i = 0; d && i < n && i < 16; i++) {
+        char b[4];
+        std::snprintf(b, sizeof b, " %.2X", d[i]);
+        t += b;
+      }
+      if (d && n > 16) t += " ...";
+      return t.empty() ? std::string(" -") : t;
+    };
+    p.log.Line("TARLO_SPI_Transfer(NumBits = %u, Flags = %u) returns %d; out:%s; in:%s", numBits, flags, rc,
+               hex(dataOut, numBits).c_str(), hex(rc >= 0 ? dataIn : nullptr, numBits).c_str());
+  }
   return rc;
 }
 

@@ -214,7 +214,7 @@ TEST(TarloSim, LibraryLogHasAReadableLinePerCall) {
   TARLOARM_SetLogFile(nullptr);
   const std::string log = ReadFile(s.dir + "/probe.log");
   for (const char* call : {"TARLOARM_SelectUSB(0)", "TARLOARM_OpenEx() returns NULL", "TARLOARM_SetSpeed(4000 kHz)",
-                           "TARLO_SPI_Transfer(NumBits = 16, Flags = 14) returns 2", "TARLOARM_Close()"})
+                           "TARLO_SPI_Transfer(NumBits = 16, Flags = 14) returns 2; out: 05 FF; in: FF 00", "TARLOARM_Close()"})
     EXPECT_NE(log.find(call), std::string::npos) << call << "\n" << log;
 }
 
