@@ -302,6 +302,7 @@ void EndFrame(Probe& p) {
 void CloseLocked(Probe& p) {
   if (!p.open) return;
   EndFrame(p);
+  if (p.disablePowerOnClose && p.powerOn) p.trace.Line("# target power off");
   p.trace.Line("# close");
   if (p.chip.Dirty()) {
     if (SaveContents(p)) p.chip.ClearDirty();
