@@ -44,6 +44,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   SETTINGS_SetHex8(nullptr, "abID", 2);
   SETTINGS_DeleteKey("GENERAL", "HostName");
 
+  // Loading and rewriting a whole project is slow (a save is quadratic in
+  // its length); give it one input in four so that the parser gets most runs.
+  if (size == 0 || data[0] % 4 != 0) return 0;
   SETTINGS_OpenText(reinterpret_cast<const char*>(data), static_cast<uint32_t>(size));
   PROJECT_LoadKeys();
   PROJECT_StoreKeys();
