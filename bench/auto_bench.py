@@ -97,7 +97,7 @@ def main():
         trace = os.path.join(work, "trace.txt")
         base_env = {"TARLOSIM_CHIP": "C22018", "TARLOSIM_FLASH": flash,
                     "TARLOSIM_TIMING": "model", "TARLOSIM_STATS": stats_path}
-        args = ["-openprj", prj, "-open", img_path, "-auto"]
+        args = ["-openprj", prj, "-open", img_path, "0x0", "-auto"]
 
         changed = bytearray(image)
         for i in range(CHANGED_AT, CHANGED_AT + 0x1000):
@@ -112,7 +112,7 @@ def main():
         cases = [
             ("erased chip", args, {}),
             ("same image again", args, {"TARLOSIM_TRACE": trace}),
-            ("one 4 KiB block changed", ["-openprj", prj, "-open", changed_path, "-auto"], {}),
+            ("one 4 KiB block changed", ["-openprj", prj, "-open", changed_path, "0x0", "-auto"], {}),
         ]
         for name, cargs, extra in cases:
             if os.path.exists(trace):

@@ -150,7 +150,7 @@ TEST(FlashOps, PageHeadersCarryThreeOrFourAddressBytesAndBlankPagesStayOff) {
     data.replace(0x1200, 0x200, payload.substr(0, 0x200));
     data.replace(0x1500, 0x100, payload.substr(0x200, 0x100));
     b.dir.write("d.bin", data);
-    RunResult r = b.Run({"-open", b.dir.file("d.bin"), "-program", "-verify"});
+    RunResult r = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-program", "-verify"});
     EXPECT_EQ(r.exitStatus, 0) << r.out;
     EXPECT_TRUE(Has(r, "Target programmed successfully.")) << r.out;
     EXPECT_TRUE(Has(r, "All loaded bytes verified OK!")) << r.out;
@@ -171,7 +171,7 @@ TEST(FlashOps, BlankPagesAreProgrammedWhenTheProjectSaysSo) {
   chip.disableSkipBlank = 1;
   b.WriteProject(chip);
   b.dir.write("d.bin", Bytes(0x800, '\xFF'));
-  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "-program"});
+  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-program"});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_EQ(b.FramesWith(0x02, 5).size(), 8u);
 }
@@ -182,7 +182,7 @@ TEST(FlashOps, EveryPageOfABatchIsEnabledProgrammedAndPolled) {
   Bench b;
   const Bytes data = Pattern(40 * 256, 2);
   b.dir.write("d.bin", data);
-  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "-program"});
+  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-program"});
   ASSERT_EQ(r.exitStatus, 0) << r.out;
   const auto frames = b.Frames();
   size_t pages = 0;
@@ -207,7 +207,7 @@ TEST(FlashOps, AutoTouchesOnlyWhatChanges) {
   b.dir.write("d.bin", image);
   b.SetFlash(0, Bytes(2 * kSector, '\0'));   // sectors 0-1 hold old data, 2-3 are blank
 
-  RunResult first = b.Run({"-open", b.dir.file("d.bin"), "-auto"});
+  RunResult first = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"});
   ASSERT_EQ(first.exitStatus, 0) << first.out;
   EXPECT_TRUE(Has(first, "Target erased, programmed and verified successfully.")) << first.out;
   std::vector<uint32_t> erased;
@@ -217,7 +217,7 @@ TEST(FlashOps, AutoTouchesOnlyWhatChanges) {
   EXPECT_EQ(b.Flash().substr(0, image.size()), image);
 
   // The same image again: nothing to erase or program, still verified.
-  RunResult again = b.Run({"-open", b.dir.file("d.bin"), "-auto"});
+  RunResult again = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"});
   ASSERT_EQ(again.exitStatus, 0) << again.out;
   EXPECT_TRUE(Has(again, "Target erased, programmed and verified successfully.")) << again.out;
   EXPECT_TRUE(b.FramesWith(0xD8).empty());
@@ -228,7 +228,7 @@ TEST(FlashOps, AutoTouchesOnlyWhatChanges) {
   Bytes changed = image;
   changed[2 * kSector + 0x1234] ^= 0x55;
   b.dir.write("d.bin", changed);
-  RunResult one = b.Run({"-open", b.dir.file("d.bin"), "-auto"});
+  RunResult one = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"});
   ASSERT_EQ(one.exitStatus, 0) << one.out;
   const auto erases = b.FramesWith(0xD8, 4);
   ASSERT_EQ(erases.size(), 1u);
@@ -250,7 +250,7 @@ TEST(FlashOps, AutoWithChipEraseTypeErasesTheChipAndRewritesEverything) {
   changed[kSector + 7] ^= 0x0F;
   b.dir.write("d.bin", changed);
   b.SetFlash(8 * kSector, "outside");   // erased along with the chip
-  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "-auto"});
+  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"});
   ASSERT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_TRUE(Has(r, "Erasing chip ...")) << r.out;
   EXPECT_TRUE(b.FramesWith(0xD8).empty());
@@ -265,7 +265,7 @@ TEST(FlashOps, AutoOnTheDefaultProjectDetectsTheChipAndWorks) {
   Bench b;
   const Bytes image = Pattern(0x3000, 5);
   b.dir.write("d.bin", image);
-  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "-auto"}, {}, false);
+  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"}, {}, false);
   ASSERT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_TRUE(Has(r, "Auto programming target (12288 bytes, 1 range) ...")) << r.out;
   EXPECT_EQ(b.Flash().substr(0, image.size()), image);
@@ -282,7 +282,7 @@ TEST(FlashOps, ProgramWithoutEraseThenVerifyNamesTheFirstDifference) {
   data[0x2345] = 0x12;   // needs a bit set that only an erase can set
   data[0x2800] = 0x00;
   b.dir.write("d.bin", data);
-  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "-program", "-verify"});
+  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-program", "-verify"});
   EXPECT_EQ(r.exitStatus, 1) << r.out;
   EXPECT_TRUE(Has(r, "Target programmed successfully.")) << r.out;
   EXPECT_TRUE(Has(r, "Verification failed @ address 0x00002345 (Read: 0x10, Expected: 0x12)")) << r.out;
@@ -411,7 +411,7 @@ TEST(FlashOps, FaultsFailCleanlyAndTheNextActionReconnects) {
     Bench b;
     b.SetFlash(0, Bytes(16, '\0'));   // sector 0 needs an erase
     b.dir.write("d.bin", image);
-    std::vector<std::string> args = {"-open", b.dir.file("d.bin")};
+    std::vector<std::string> args = {"-open", b.dir.file("d.bin"), "0x0"};
     args.insert(args.end(), c.action.begin(), c.action.end());
     if (!c.probeGone) args.push_back("-readrange0x0,0xFF");
     RunResult r = b.Run(args, {std::string("TARLOSIM_FAULT=") + c.fault});
@@ -419,7 +419,7 @@ TEST(FlashOps, FaultsFailCleanlyAndTheNextActionReconnects) {
     EXPECT_TRUE(Has(r, "Disconnect")) << r.out;
     if (c.probeGone) {
       EXPECT_EQ(r.exitStatus, 1) << r.out;
-      RunResult next = b.Run({"-open", b.dir.file("d.bin"), "-auto"});
+      RunResult next = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"});
       EXPECT_EQ(next.exitStatus, 0) << next.out;
       EXPECT_EQ(b.Flash().substr(0, image.size()), image);
     } else {
@@ -436,7 +436,7 @@ TEST(FlashOps, ProtectedChipIsUnprotectedBeforeWriting) {
   const Bytes image = Pattern(kSector, 11);
   b.dir.write("d.bin", image);
   b.SetFlash(0, Bytes(16, '\0'));
-  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "-auto"}, {"TARLOSIM_FAULT=protected"});
+  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"}, {"TARLOSIM_FAULT=protected"});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_FALSE(b.FramesWith(0x01, 2).empty()) << "status register written";
   EXPECT_EQ(b.Flash().substr(0, image.size()), image);
