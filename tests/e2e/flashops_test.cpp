@@ -182,8 +182,14 @@ TEST(FlashOps, EveryPageOfABatchIsEnabledProgrammedAndPolled) {
   Bench b;
   const Bytes data = Pattern(40 * 256, 2);
   b.dir.write("d.bin", data);
-  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-program"});
+  RunResult r = b.Run({"-tarlolog", b.dir.file("probe.log"), "-open", b.dir.file("d.bin"), "0x0", "-program"});
   ASSERT_EQ(r.exitStatus, 0) << r.out;
+  // The probe's own call log names every batch with its job count.
+  const std::string log = b.dir.read("probe.log");
+  const size_t full = log.find("TARLO_SPI_Batch(160 jobs)");
+  ASSERT_NE(full, std::string::npos) << log;
+  EXPECT_NE(log.find("TARLO_SPI_Batch(40 jobs)", full), std::string::npos) << log;
+  EXPECT_EQ(Count(log, "TARLO_SPI_Batch("), 2u) << log;
   const auto frames = b.Frames();
   size_t pages = 0;
   for (size_t i = 0; i < frames.size(); i++) {
