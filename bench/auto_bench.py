@@ -58,7 +58,7 @@ def page_count(data, start, end):
     return sum(1 for a in range(start, end, PAGE) if data[a:a + PAGE] != b"\xff" * PAGE)
 
 
-def limit_ns(stats, erases, pages, readback_bytes, verify_bytes, sector_busy_ns, page_busy_ns):
+def limit_ns(erases, pages, readback_bytes, verify_bytes, sector_busy_ns, page_busy_ns):
     # Wire: the read-back, the programmed pages with their 4-byte headers, the verify read.
     wire_bytes = readback_bytes + pages * (PAGE + 4) + verify_bytes
     wire_ns = wire_bytes * 8 * 1e6 / SPEED_KHZ
@@ -141,7 +141,7 @@ def main():
                 if stats["sector_erases"]:
                     sector_busy = (stats["busy_ns"] - stats["page_programs"] * page_busy) / stats["sector_erases"]
             # The image touches every sector, so the read-back covers the whole chip.
-            lim = limit_ns(stats, erases, pages, IMAGE_SIZE, verify,
+            lim = limit_ns(erases, pages, IMAGE_SIZE, verify,
                            sector_busy or 0, page_busy or 0)
             rows.append({
                 "case": name, "exit": rc, "wall_s": wall, "peak_mib": peak / 2**20,
