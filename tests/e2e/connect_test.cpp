@@ -124,7 +124,7 @@ TEST(Connect, DetectionPicksTheChipsOwnFourByteCommands) {
   // four address bytes, and no mode switch is sent.
   Rig rig;
   rig.chip = "C22019";
-  RunResult r = rig.Run({"-readrange", "0x1000000,0x100000F"});
+  RunResult r = rig.Run({"-readrange0x1000000,0x100000F"});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   bool sawRead = false;
   for (const Frame& f : rig.Frames()) {
@@ -327,7 +327,7 @@ TEST(Connect, FailingInitSequenceIsShownButTheConnectionStays) {
   EXPECT_EQ(r.exitStatus, 0) << r.out;
 
   // Still connected: the read needs no new connect.
-  r = rig.Run({"-connect", "-readrange", "0x0,0xFF"});
+  r = rig.Run({"-connect", "-readrange0x0,0xFF"});
   EXPECT_EQ(Count(r.out, "Connecting ..."), 1u) << r.out;
   EXPECT_TRUE(Has(r, "Target memory read successfully.")) << r.out;
 }
