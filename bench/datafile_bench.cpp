@@ -175,18 +175,18 @@ int main(int argc, char** argv) {
   for (const Row& r : rows) {
     const double a = r.ours.ok ? imageMB / r.ours.seconds : 0;
     const double b = r.ref.ok ? imageMB / r.ref.seconds : 0;
-    std::snprintf(line, sizeof line, "%-12s %12.1f %12.1f %8.2fx   %9.1f MB %9.1f MB\n", r.what, a, b,
+    std::snprintf(line, sizeof line, "%-12s %12.1f %12.1f %8.2fx   %8.1f MiB %8.1f MiB\n", r.what, a, b,
                   b > 0 ? a / b : 0.0, r.ours.peakKiB / 1024.0, r.ref.peakKiB / 1024.0);
     text += line;
   }
-  text += "\n(MB/s counts image bytes; peak is the process's maximum resident size)\n\nLoads alone:\n";
+  text += "\n(MB/s: 10^6 image bytes per second; peak: the process's maximum resident size)\n\nLoads alone:\n";
   const struct {
     const char* what;
     const Figure& f;
     double fileMB;
   } loads[] = {{"load hex", loadHex, hexMB}, {"load srec", loadMot, motMB}, {"load bin", loadBin, imageMB}};
   for (const auto& l : loads) {
-    std::snprintf(line, sizeof line, "%-12s %8.1f MB/s of image (%7.1f MB/s of file), peak %.1f MB = %.2fx image%s\n",
+    std::snprintf(line, sizeof line, "%-12s %8.1f MB/s of image (%7.1f MB/s of file), peak %.1f MiB = %.2fx image%s\n",
                   l.what, imageMB / l.f.seconds, l.fileMB / l.f.seconds, l.f.peakKiB / 1024.0,
                   l.f.peakKiB / 1024.0 / mib, l.f.ok ? "" : "  FAILED");
     text += line;
