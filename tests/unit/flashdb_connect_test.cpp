@@ -142,13 +142,6 @@ TEST_F(Connection, SelectionByOverrideOrProject) {
   }
 }
 
-TEST_F(Connection, ProbeLogFileIsHandedOver) {
-  SPI_SetTarloLogPath("/tmp/probe.log");
-  fake::QueueId({0xC2, 0x20, 0x18});
-  Quiet([] { SPI_Connect(); });
-  EXPECT_TRUE(fake::Called("SetLogFile /tmp/probe.log"));
-}
-
 TEST_F(Connection, OpenFailures) {
   struct Case {
     const char* name;
@@ -220,44 +213,6 @@ TEST_F(Connection, ProbeSuppliesTargetPowerAndSwitchesItOffAgain) {
   EXPECT_EQ(calls.back(), "Close");
 }
 
-TEST_F(Connection, StoredIdIsVerifiedInsteadOfDetected) {
-  struct Case {
-    std::vector<uint8_t> answer;
-    bool ok;
-    const char* line;
-  };
-  const Case cases[] = {
-      {{0xC2, 0x20, 0x18}, true, "Read SPI Flash Id = 0xC2 20 18 (Verified)"},
-      {{0x7F, 0x7F, 0xC2, 0x20, 0x18}, true, "Read SPI Flash Id = 0xC2 20 18 (Verified)"},
-      {{0xC2, 0x20, 0x17}, false, "Read SPI Flash Id = 0xC2 20 17 (Failed)"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.line);
-    fake::Reset();
-    UseStoredId(0xC2, 0x20, 0x18);
-    fake::project().flash.NumPages = 1234;
-    fake::QueueId(c.answer);
-    int result = -1;
-    const std::string out = Quiet([&] { result = SPI_Connect(); });
-    EXPECT_TRUE(Has(out, c.line)) << out;
-    EXPECT_FALSE(Has(out, "Found SPI Flash")) << out;
-    // The stored parameters are used as they are.
-    EXPECT_EQ(fake::project().flash.NumPages, 1234u);
-    EXPECT_EQ(FLASHDB_GetCurrentIndex(), -1);
-    if (c.ok) {
-      EXPECT_EQ(result, 0);
-      EXPECT_TRUE(SPI_IsConnected());
-    } else {
-      EXPECT_EQ(result, 1);
-      EXPECT_FALSE(SPI_IsConnected());
-      EXPECT_TRUE(Has(out, "ERROR: Failed to verify Flash Id")) << out;
-      EXPECT_TRUE(fake::Called("Close"));
-      EXPECT_FALSE(Has(out, "Executing init sequence")) << out;
-    }
-    Quiet([] { SPI_Disconnect(); });
-  }
-}
-
 TEST_F(Connection, DedicatedFourByteModeFollowsTheConnection) {
   struct Case {
     const char* name;
@@ -291,27 +246,6 @@ TEST_F(Connection, DedicatedFourByteModeFollowsTheConnection) {
     Quiet([] { SPI_Disconnect(); });
     EXPECT_EQ(fake::CommandBytes(), c.onClose);
   }
-}
-
-TEST_F(Connection, FailingInitSequenceIsOnlyShown) {
-  SeqStep step = {};
-  step.Action = SEQ_ACTION_VAR_VERIFY_BYTE;
-  step.Value0 = 9;
-  step.Value1 = 0x42;
-  SEQ_GetVarBuffer()[9] = 0;
-  fake::project().sequences.InitSteps[0] = step;
-  fake::project().sequences.NumInitSteps = 1;
-  fake::QueueId({0xC2, 0x20, 0x18});
-  int result = -1;
-  const std::string out = Quiet([&] { result = SPI_Connect(); });
-  EXPECT_EQ(result, 1);
-  EXPECT_TRUE(Has(out, "- Connected successfully\r\n")) << out;
-  EXPECT_TRUE(Has(out, "ERROR: Verification failed @ VarBufferIndex 9: Expected: 0x42, Found: 0x00\n"))
-      << out;
-  EXPECT_TRUE(Has(out, "Failed to connect.\r\nCould not perform custom init sequence.")) << out;
-  // Still connected, and not counted as an error.
-  EXPECT_TRUE(SPI_IsConnected());
-  EXPECT_EQ(LOG_GetErrorCount(), 0u);
 }
 
 TEST_F(Connection, DetectFlashNeverLeavesTheProbeOpen) {
