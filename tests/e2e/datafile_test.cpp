@@ -1,6 +1,7 @@
 // Opening and saving data files from the command line: the operation lines,
 // the failure lines, the exit status and the files written.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <string>
@@ -86,12 +87,14 @@ TEST(DataFile, FailedSaveReportsAndExitsOne) {
   dir.write("in.hex", kFourBytesHex);
   ASSERT_EQ(symlink("/dev/full", dir.file("full.hex").c_str()), 0);
   dir.write("plain", "x");
+  ASSERT_EQ(mkdir(dir.file("dir.hex").c_str(), 0755), 0);
   struct Case {
     std::string target;
     std::string message;
   } cases[] = {
       {"full.hex", "ERROR: Error writing file.\n"},
       {"plain/sub.mot", "ERROR: Could not write file.\nplain/sub.mot\n"},
+      {"dir.hex", "ERROR: Could not write file.\ndir.hex\n"},
       {"out.elf", "ERROR: Unsupported file type (*.elf)\n"},
   };
   for (const auto& c : cases) {
