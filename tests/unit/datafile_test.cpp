@@ -207,6 +207,10 @@ TEST(MotReader, RecordsAndQuirks) {
       {"type letter", "SA07000001020304EE\n", -5, "Error in line 1: Unexpected character", ""},
       {"empty file", "", -4, "Error in line 1: Not a mot file", ""},
       {"end mark", "S9030000FC\r\n\x1A", 0, "", ""},
+      // An end mark with more than 999 bytes behind it is not where a
+      // refill lands, so it is not seen as the end.
+      {"end mark far from the end", "S107000001020304EE\n\x1A" + std::string(1200, ' '), -5,
+       "Error in line 2: Unexpected character", "0:4"},
       {"bad digit", "S107000001020X04EE\n", -5, "Error in line 1: Expected Hex character : 0..9, A..F", ""},
       {"checksum", "S107000001020304EE\nS107000401020304EA\nS107000801020304EF\n", -5,
        "Error in line 3: Checksum error! Checksum in file: 0xEF, checksum calculated 0xE6", "0:8"},
