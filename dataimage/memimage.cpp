@@ -14,6 +14,9 @@ namespace {
 constexpr uint32_t kLockTimeoutMs = 10000;
 constexpr uint32_t kMinAlloc = 128;
 constexpr uint32_t kPatchGrowth = 100;
+// A range's size is 32 bits: ranges covering the whole address space stay
+// two touching ranges.
+constexpr uint64_t kMaxSize = 0xFFFFFFFFull;
 
 // Exclusive end in 64 bits: a range may end exactly at 0xFFFFFFFF.
 inline uint64_t EndOf(const MemRange* r) { return uint64_t(r->start) + r->size; }
@@ -81,6 +84,7 @@ void JoinNext(MemImage* image, MemRange* r) {
   MemRange* t = r->next;
   if (t == nullptr || EndOf(r) != t->start) return;
   const uint64_t joined = uint64_t(r->size) + t->size;
+  if (joined > kMaxSize) return;
   if (r->data != nullptr && t->data != nullptr) {
     if (joined > r->allocated) Regrow(r, (joined > kMinAlloc ? joined : kMinAlloc) * 2);
     if (r->data != nullptr) std::memcpy(r->data + r->size, t->data, t->size);
@@ -279,6 +283,7 @@ int MEMIMAGE_AddData(MemImage* image, uint32_t start, uint32_t size, const void*
 
   MemRange* last = FindLast(image);
   if (start == EndOf(last)) {
+    if (uint64_t(last->size) + size > kMaxSize) return insertAfter(last);
     AppendTo(image, last, size, src, fill, hasData);
     return 0;
   }
@@ -290,10 +295,12 @@ int MEMIMAGE_AddData(MemImage* image, uint32_t start, uint32_t size, const void*
     if (start == end) {
       // Appending must not run into the next range.
       if (r->next != nullptr && newEnd > r->next->start) return -1;
+      if (uint64_t(r->size) + size > kMaxSize) return insertAfter(r);
       AppendTo(image, r, size, src, fill, hasData);
       return 0;
     }
     if (r->start == newEnd) {
+      if (uint64_t(r->size) + size > kMaxSize) return insertAfter(prev);
       PrependTo(image, prev, r, start, size, src, fill, hasData);
       return 0;
     }

@@ -68,6 +68,18 @@ TEST(MemImage, AddJoinsTouchingRangesAndRefusesOverlap) {
   }
 }
 
+TEST(MemImage, WholeAddressSpaceWithoutBytes) {
+  Image im;
+  EXPECT_EQ(MEMIMAGE_AddDataLocked(im.p, 0, 0x80000000u, nullptr), 0);
+  EXPECT_EQ(MEMIMAGE_AddDataLocked(im.p, 0x80000000u, 0x80000000u, nullptr), 0);
+  EXPECT_EQ(MEMIMAGE_GetLastAddr(im.p), 0xFFFFFFFFu);
+  EXPECT_EQ(MEMIMAGE_AddDataLocked(im.p, 0x1000, 1, nullptr), -1);
+  Image data;
+  data.Add(0, 0xF);
+  EXPECT_EQ(MEMIMAGE_FindRangeNotIn(im.p, data.p, 0x7FFFFFF8u), 0);  // straddles the two halves
+  EXPECT_EQ(MEMIMAGE_FindRangeNotIn(im.p, data.p, 0xFFFFFFF0u), -1);
+}
+
 TEST(MemImage, AddPastTopOfAddressSpaceIsRefused) {
   Image im;
   uint8_t b[0x20] = {};
