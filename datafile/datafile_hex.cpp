@@ -123,30 +123,10 @@ int ParseHex(MemImage* image, InputBuffer& in, uint32_t& line, HexParse& out, DA
 
 int DATAFILE_ReadHexEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
                        DATAFILE_PROGRESS_FUNC progress, void* context) {
-  return ReadFrame(image, [&]() -> int {
-    const int fd = OpenForRead(fileName, errorText, errorTextSize);
-    if (fd < 0) return -1;
-    uint32_t line = 0;
-    HexParse parse;
-    int result;
-    {
-      InputBuffer in(fd);
-      if (!in.ok()) {
-        parse.message = "malloc Problem";
-        result = -3;
-      } else {
-        result = ParseHex(image, in, line, parse, progress, context);
-      }
-    }
-    SYS_FILE_Close(fd);
-    if (result != 0) {
-      char text[300];
-      UTIL_snprintf(text, sizeof text, "Error in line %d: %s", static_cast<int>(line + 1),
-                    parse.message != nullptr ? parse.message : "");
-      DATAFILE_StoreError(errorText, errorTextSize, text);
-    }
-    return result;
-  });
+  return ReadRecordFile<HexParse>(image, fileName, errorText, errorTextSize, "malloc Problem",
+                                [&](InputBuffer& in, uint32_t& line, HexParse& parse) {
+                                  return ParseHex(image, in, line, parse, progress, context);
+                                });
 }
 
 int DATAFILE_ReadHex(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize) {

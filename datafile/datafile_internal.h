@@ -6,6 +6,8 @@
 
 #include "dataimage/memimage.h"
 #include "datafile/datafile.h"
+#include "sys/sys.h"
+#include "util/util.h"
 
 namespace datafile {
 
@@ -96,6 +98,38 @@ int ReadFrame(MemImage* image, Parser&& parser) {
   image->changeCount = 0;
   MEMIMAGE_Unlock(image);
   return r;
+}
+
+// The text-record reader frame: open the file, run the parser over the
+// refilled input buffer, and wrap a parser complaint as "Error in line %d: %s"
+// with the line it stopped on. State is the parser's record (with `message`).
+template <typename State, typename Parse>
+int ReadRecordFile(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
+                   const char* noMemoryMessage, Parse&& parse) {
+  return ReadFrame(image, [&]() -> int {
+    const int fd = OpenForRead(fileName, errorText, errorTextSize);
+    if (fd < 0) return -1;
+    uint32_t line = 0;
+    State state;
+    int result;
+    {
+      InputBuffer in(fd);
+      if (!in.ok()) {
+        state.message = noMemoryMessage;
+        result = -3;
+      } else {
+        result = parse(in, line, state);
+      }
+    }
+    SYS_FILE_Close(fd);
+    if (result != 0) {
+      char text[300];
+      UTIL_snprintf(text, sizeof text, "Error in line %d: %s", static_cast<int>(line + 1),
+                    state.message != nullptr ? state.message : "");
+      DATAFILE_StoreError(errorText, errorTextSize, text);
+    }
+    return result;
+  });
 }
 
 }  // namespace datafile

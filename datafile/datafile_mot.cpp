@@ -115,30 +115,10 @@ int ParseMot(MemImage* image, InputBuffer& in, uint32_t& line, MotParse& out, DA
 
 int DATAFILE_ReadMotEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
                        DATAFILE_PROGRESS_FUNC progress, void* context) {
-  return ReadFrame(image, [&]() -> int {
-    const int fd = OpenForRead(fileName, errorText, errorTextSize);
-    if (fd < 0) return -1;
-    uint32_t line = 0;
-    MotParse parse;
-    int result;
-    {
-      InputBuffer in(fd);
-      if (!in.ok()) {
-        parse.message = "Malloc problem";
-        result = -3;
-      } else {
-        result = ParseMot(image, in, line, parse, progress, context);
-      }
-    }
-    SYS_FILE_Close(fd);
-    if (result != 0) {
-      char text[300];
-      UTIL_snprintf(text, sizeof text, "Error in line %d: %s", static_cast<int>(line + 1),
-                    parse.message != nullptr ? parse.message : "");
-      DATAFILE_StoreError(errorText, errorTextSize, text);
-    }
-    return result;
-  });
+  return ReadRecordFile<MotParse>(image, fileName, errorText, errorTextSize, "Malloc problem",
+                                [&](InputBuffer& in, uint32_t& line, MotParse& parse) {
+                                  return ParseMot(image, in, line, parse, progress, context);
+                                });
 }
 
 int DATAFILE_ReadMot(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize) {
