@@ -12,7 +12,6 @@
 
 namespace {
 
-using Frame = std::vector<uint8_t>;
 
 constexpr const char* kSerial = "123456";
 
@@ -46,18 +45,7 @@ struct Rig {
   }
 
   // Chip-select frames of the last run, event lines left out.
-  std::vector<Frame> Frames() const {
-    std::vector<Frame> frames;
-    std::istringstream in(dir.read("trace.txt"));
-    for (std::string line; std::getline(in, line);) {
-      if (line.empty() || line[0] == '#') continue;
-      Frame f;
-      std::istringstream bytes(line);
-      for (std::string b; bytes >> b;) f.push_back(static_cast<uint8_t>(std::stoul(b, nullptr, 16)));
-      frames.push_back(f);
-    }
-    return frames;
-  }
+  std::vector<Frame> Frames() const { return ParseTraceFrames(dir.read("trace.txt")); }
 
   // Frames of exactly one byte, in order (command-only frames).
   std::vector<uint8_t> SingleByteFrames() const {
@@ -69,13 +57,7 @@ struct Rig {
   }
 };
 
-bool Has(const RunResult& r, const std::string& text) { return r.out.find(text) != std::string::npos; }
 
-size_t Count(const std::string& s, const std::string& what) {
-  size_t n = 0;
-  for (size_t p = s.find(what); p != std::string::npos; p = s.find(what, p + 1)) n++;
-  return n;
-}
 
 // ---- Identity ----
 

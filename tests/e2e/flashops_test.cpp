@@ -17,7 +17,6 @@ constexpr uint32_t kChipSize = 16u << 20;
 constexpr uint32_t kSector = 0x10000;
 
 using Bytes = std::string;
-using Frame = std::vector<uint8_t>;
 
 // One chip set-up per test: flash contents, trace and home in a fresh
 // directory, and a project that describes the chip explicitly so that the
@@ -69,18 +68,7 @@ struct Bench {
   }
 
   // The chip-select frames of the last run (event lines left out).
-  std::vector<Frame> Frames() const {
-    std::vector<Frame> frames;
-    std::istringstream in(dir.read("trace.txt"));
-    for (std::string line; std::getline(in, line);) {
-      if (line.empty() || line[0] == '#') continue;
-      Frame f;
-      std::istringstream bytes(line);
-      for (std::string b; bytes >> b;) f.push_back((uint8_t)std::stoul(b, nullptr, 16));
-      frames.push_back(f);
-    }
-    return frames;
-  }
+  std::vector<Frame> Frames() const { return ParseTraceFrames(dir.read("trace.txt")); }
 
   std::vector<Frame> FramesWith(uint8_t opcode, size_t minLength = 1) const {
     std::vector<Frame> r;
@@ -116,13 +104,7 @@ uint32_t AddrOf(const Frame& f, int addrBytes) {
   return a;
 }
 
-bool Has(const RunResult& r, const std::string& text) { return r.out.find(text) != std::string::npos; }
 
-size_t Count(const std::string& s, const std::string& what) {
-  size_t n = 0;
-  for (size_t p = s.find(what); p != std::string::npos; p = s.find(what, p + 1)) n++;
-  return n;
-}
 
 // ---- Framing and batching ----
 

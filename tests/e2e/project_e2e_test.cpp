@@ -18,7 +18,6 @@ RunResult RunIn(const TempDir& dir, const std::vector<std::string>& args) {
   return r;
 }
 
-bool Has(const RunResult& r, const std::string& text) { return r.out.find(text) != std::string::npos; }
 
 TEST(ProjectCommandLine, DefaultProjectAtStartUp) {
   TempDir dir;

@@ -139,3 +139,24 @@ RunResult RunProgram(const std::vector<std::string>& args, const std::string& cw
   result.exitStatus = (!killed && WIFEXITED(status)) ? WEXITSTATUS(status) : -1;
   return result;
 }
+
+bool Has(const RunResult& r, const std::string& text) { return r.out.find(text) != std::string::npos; }
+
+size_t Count(const std::string& s, const std::string& what) {
+  size_t n = 0;
+  for (size_t p = s.find(what); p != std::string::npos; p = s.find(what, p + 1)) n++;
+  return n;
+}
+
+std::vector<Frame> ParseTraceFrames(const std::string& traceText) {
+  std::vector<Frame> frames;
+  std::istringstream in(traceText);
+  for (std::string line; std::getline(in, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    Frame f;
+    std::istringstream bytes(line);
+    for (std::string b; bytes >> b;) f.push_back(static_cast<uint8_t>(std::stoul(b, nullptr, 16)));
+    frames.push_back(f);
+  }
+  return frames;
+}

@@ -2,6 +2,7 @@
 // choosing, with extra environment variables, capturing stdout and the exit
 // status. Shared by every end-to-end test.
 #pragma once
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,3 +42,15 @@ RunResult RunProgram(const std::vector<std::string>& args, const std::string& cw
 
 // Replaces "\r\n" by "\n", for comparing operation-log output.
 std::string StripCR(const std::string& s);
+
+// True when the run's standard output holds text.
+bool Has(const RunResult& r, const std::string& text);
+
+// Number of (possibly overlapping) occurrences of what in s.
+size_t Count(const std::string& s, const std::string& what);
+
+// One chip-select frame of the simulator's trace: the bytes the chip received.
+using Frame = std::vector<uint8_t>;
+
+// The frames of a trace text, event lines (starting with '#') left out.
+std::vector<Frame> ParseTraceFrames(const std::string& traceText);
