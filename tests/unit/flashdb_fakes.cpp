@@ -81,40 +81,7 @@ void PROJECT_GetStep(int list, uint32_t index, SeqStep* out) {
   *out = list == 0 ? s.InitSteps[index] : s.ExitSteps[index];
 }
 
-// ---- Action table, as the project layer defines it ----
-
-namespace {
-constexpr SeqParam kNone = {nullptr, "", 0, 0, 0};
-constexpr SeqParam kOffset = {"OffInBuffer", "", 0, 15, 0};
-constexpr SeqParam kValue = {"Value", "", 0, 0xFF, 2};
-constexpr SeqParam kIndex = {"Index", "#", 0, 255, 0};
-constexpr SeqAction kActions[SEQ_NUM_ACTIONS] = {
-    {"Comment", nullptr, {kNone, kNone}},
-    {"Delay", nullptr, {{"Delay", "ms", 0, 65535, 0}, kNone}},
-    {"Activate CS", "ActivateCS", {kNone, kNone}},
-    {"Deactivate CS", "DeactiveCS", {kNone, kNone}},
-    {"Write Data", "WriteData", {{"NumByte(s)", "", 0, 15, 0}, {"ByteStream", "", 0, 0xFF, 2}}},
-    {"Var Read Data", "VarReadData", {kOffset, {"NumByte(s)", "", 0, 16, 0}}},
-    {"Var Verify Byte", "VarVerifyByte", {kOffset, kValue}},
-    {"Var Write Data", "VarWriteData", {kOffset, {"NumByte(s)", "", 0, 16, 0}}},
-    {"Var AND", "VarAND", {kOffset, kValue}},
-    {"Var OR", "VarOR", {kOffset, kValue}},
-    {"Var XOR", "VarXOR", {kOffset, kValue}},
-    {"Var BEQ", "VarBEQ", {kOffset, kIndex}},
-    {"Var BNE", "VarBNE", {kOffset, kIndex}},
-};
-}  // namespace
-
-const SeqAction* SEQ_GetAction(uint32_t index) {
-  return index < SEQ_NUM_ACTIONS ? &kActions[index] : nullptr;
-}
-
-int SEQ_FindAction(const char* displayName) {
-  for (int i = 0; i < SEQ_NUM_ACTIONS; ++i) {
-    if (UTIL_stricmp(kActions[i].DisplayName, displayName) == 0) return i;
-  }
-  return -1;
-}
+// The action table is the real one (flash/seq/seqactions.cpp).
 
 // ---- Probe library ----
 
