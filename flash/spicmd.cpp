@@ -96,6 +96,10 @@ void SPI_PrepareWrite(void) {
       const uint8_t ws[2] = {fp.CmdWriteStatus, 0x00};
       SendWhole(ws, 2);
     }
+    // A status-register write keeps the chip busy for milliseconds; a write
+    // enable sent meanwhile is ignored, and the erase or program after it
+    // would silently do nothing. A failed wait shows up in that next step.
+    WaitReady(fp, SPI_GetSectorEraseTimeout());
   }
   if (fp.ChipClass == 9) {
     SendByte(fp.CmdWriteEnable);
