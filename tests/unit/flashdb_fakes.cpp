@@ -1,6 +1,5 @@
 #include "tests/unit/flashdb_fakes.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "flash/seq/seqstep.h"
@@ -50,11 +49,6 @@ std::vector<uint8_t> CommandBytes() {
     if (!t.read && t.out.size() == 1 && t.flags == 14) r.push_back(t.out[0]);
   }
   return r;
-}
-
-bool Called(const std::string& call) {
-  const auto& c = probe().calls;
-  return std::find(c.begin(), c.end(), call) != c.end();
 }
 
 }  // namespace fake

@@ -48,6 +48,5 @@ void Reset();
 void QueueId(std::vector<uint8_t> bytes);
 // Single-byte whole-frame commands sent so far, in order.
 std::vector<uint8_t> CommandBytes();
-bool Called(const std::string& call);
 
 }  // namespace fake

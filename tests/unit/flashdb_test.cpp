@@ -1,4 +1,4 @@
-// Chip table contents, lookup by ID, applying an entry, and the ID reader's
+// Chip lookup by ID, applying an entry, and the ID reader's
 // continuation-code compaction.
 #include <gtest/gtest.h>
 
@@ -13,78 +13,6 @@ uint32_t IdWord(uint8_t a, uint8_t b, uint8_t c) {
   return a | (uint32_t(b) << 8) | (uint32_t(c) << 16);
 }
 
-int SetOf(const FlashChipEntry& e) {
-  for (int s = 0; s < 5; ++s) {
-    if (e.Commands == FLASHDB_CommandSets[s]) return s;
-  }
-  return -1;
-}
-
-TEST(ChipTable, HasAllRowsAndEndsWithTerminator) {
-  ASSERT_EQ(FLASHDB_GetNumEntries(), 163);
-  EXPECT_EQ(FLASHDB_ChipTable[163].Manufacturer, nullptr);
-  for (int i = 0; i < 163; ++i) {
-    const FlashChipEntry& e = FLASHDB_ChipTable[i];
-    SCOPED_TRACE(i);
-    ASSERT_NE(e.Part, nullptr);
-    EXPECT_EQ(FLASHDB_EntryPageSizeShift(e), 8u);
-    EXPECT_NE(SetOf(e), -1);
-    EXPECT_LE(FLASHDB_Entry4ByteType(e), 3u);
-    EXPECT_LE(FLASHDB_EntryChipClass(e), 10u);
-  }
-}
-
-// Rows chosen for their odd or distinctive columns.
-TEST(ChipTable, SpotRows) {
-  struct Row {
-    int index;
-    const char* manufacturer;
-    const char* part;
-    uint8_t id[3];
-    bool ignoreType;
-    uint32_t size, sector, type4B, chipClass;
-    int set;
-  };
-  const Row rows[] = {
-      {0, "Numonyx", "M25P10-A", {0x20, 0x20, 0x11}, false, 17, 15, 0, 3, 0},
-      {5, "ST", "M25P128", {0x20, 0x20, 0x18}, false, 24, 18, 0, 3, 0},
-      {10, "Micron", "N25Q128A", {0x20, 0x00, 0x18}, true, 24, 16, 0, 0, 1},
-      {14, "Micron", "MT25Qxxx2", {0x20, 0x00, 0x22}, true, 28, 16, 2, 0, 1},
-      {18, "Adesto", "AT25PE20", {0x1F, 0x23, 0x00}, false, 18, 11, 0, 10, 2},
-      {31, "Adesto", "AT45DQ321", {0x1F, 0x27, 0x01}, false, 22, 12, 0, 10, 2},
-      {45, "Adesto", "AT25DF256", {0x1F, 0x46, 0x02}, false, 16, 15, 0, 5, 0},
-      {46, "Adesto", "AT25DF161", {0x1F, 0x46, 0x02}, false, 21, 16, 0, 5, 0},
-      {53, "Adesto", "ATXP032R", {0x43, 0xA7, 0x00}, false, 22, 16, 3, 8, 0},
-      {70, "Spansion", "W25Q20EW", {0xEF, 0x00, 0x12}, true, 18, 16, 0, 3, 0},
-      {114, "Microchip", "SST26VF064B", {0xBF, 0x26, 0x43}, false, 23, 12, 0, 9, 3},
-      {137, "GigaDevice", "GD25LF255E", {0xC8, 0x64, 0x13}, false, 19, 16, 0, 6, 0},
-      {157, "ISSI", "IS25LD040-JNLE", {0x7F, 0x9D, 0x7E}, false, 28, 16, 0, 0, 0},
-      {161, "Adesto/Atmel", "AT25SF041-SSHD-T", {0x1F, 0x84, 0x01}, false, 28, 16, 0, 0, 0},
-      {162, "Fujitsu", "MB85RS256TY", {0x04, 0x25, 0x03}, false, 15, 15, 0, 0, 4},
-  };
-  for (const Row& r : rows) {
-    SCOPED_TRACE(r.index);
-    FlashChipEntry e;
-    ASSERT_EQ(FLASHDB_GetEntry(r.index, &e), 0);
-    EXPECT_STREQ(e.Manufacturer, r.manufacturer);
-    EXPECT_STREQ(e.Part, r.part);
-    EXPECT_EQ(e.Id & 0xFFFFFFu, IdWord(r.id[0], r.id[1], r.id[2]));
-    EXPECT_EQ((e.Id & FLASHDB_ID_MATCH_MFR_CAP) != 0, r.ignoreType);
-    EXPECT_EQ(FLASHDB_EntrySizeShift(e), r.size);
-    EXPECT_EQ(FLASHDB_EntrySectorSizeShift(e), r.sector);
-    EXPECT_EQ(FLASHDB_Entry4ByteType(e), r.type4B);
-    EXPECT_EQ(FLASHDB_EntryChipClass(e), r.chipClass);
-    EXPECT_EQ(SetOf(e), r.set);
-  }
-}
-
-TEST(ChipTable, GetEntryRejectsBadArguments) {
-  FlashChipEntry e;
-  EXPECT_EQ(FLASHDB_GetEntry(0, nullptr), -1);
-  EXPECT_EQ(FLASHDB_GetEntry(-1, &e), -1);
-  EXPECT_EQ(FLASHDB_GetEntry(163, &e), -1);
-}
-
 TEST(ChipLookup, FirstMatchWins) {
   struct Case {
     uint8_t id[3];
@@ -96,17 +24,11 @@ TEST(ChipLookup, FirstMatchWins) {
       {{0x20, 0x00, 0x18}, 10, "N25Q128A"},
       {{0x1F, 0x46, 0x02}, 45, "AT25DF256"},    // shares its ID with a later row
       {{0x1F, 0x84, 0x01}, 39, "AT25SF041"},    // likewise
-      {{0xC2, 0x20, 0x18}, 88, "MX25L12873F"},
       {{0xC2, 0x20, 0x19}, 89, "MX25L25735F"},
-      {{0xEF, 0x40, 0x18}, 76, "S25FL128K"},
       {{0xC2, 0x99, 0x15}, 111, "MX25L1605D"},
-      {{0x04, 0x25, 0x03}, 162, "MB85RS256TY"},
-      {{0xBF, 0x26, 0x43}, 114, "SST26VF064B"},
-      {{0x1F, 0x26, 0x00}, 21, "AT25PE16"},
       {{0x9D, 0x46, 0x00}, -1, nullptr},
       {{0xC2, 0x21, 0x18}, -1, nullptr},        // memory type matters for this maker's rows
       {{0x00, 0x00, 0x00}, -1, nullptr},
-      {{0xFF, 0xFF, 0xFF}, -1, nullptr},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.part ? c.part : "none");
@@ -239,16 +161,6 @@ TEST(ReadId, ContinuationCodesAreDropped) {
     EXPECT_EQ(id[1], c.first3[1]);
     EXPECT_EQ(id[2], c.first3[2]);
   }
-}
-
-TEST(ReadId, FormatsTheLogLine) {
-  char line[64];
-  const uint8_t id[3] = {0xC2, 0x20, 0x18};
-  FLASHDB_FormatId(line, sizeof(line), id);
-  EXPECT_STREQ(line, "Read SPI Flash Id = 0xC2 20 18");
-  const uint8_t low[3] = {0x04, 0x0A, 0x00};
-  FLASHDB_FormatId(line, sizeof(line), low);
-  EXPECT_STREQ(line, "Read SPI Flash Id = 0x04 0A 00");
 }
 
 }  // namespace

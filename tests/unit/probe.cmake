@@ -1,7 +1,3 @@
-# The binding against the simulated library beside the program.
-pellam_test(probe_test SOURCES ${CMAKE_SOURCE_DIR}/tests/unit/probe_test.cpp LIBS pellam_probe)
-add_dependencies(probe_test tarloarm)
-
 # The binding against a library that lacks most functions: test program and
 # library share a directory of their own.
 set(probe_fake_dir ${CMAKE_BINARY_DIR}/probe-fake)

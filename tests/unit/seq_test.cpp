@@ -62,6 +62,15 @@ std::string RunStep(const SeqStep& step, const char** error = nullptr, uint32_t*
 
 bool Has(const std::string& s, const std::string& what) { return s.find(what) != std::string::npos; }
 
+// Project files name actions by display name, in any letter case.
+TEST(SeqActions, FoundByDisplayNameOnly) {
+  EXPECT_EQ(SEQ_FindAction("Var Verify Byte"), static_cast<int>(SEQ_ACTION_VAR_VERIFY_BYTE));
+  EXPECT_EQ(SEQ_FindAction("write data"), static_cast<int>(SEQ_ACTION_WRITE_DATA));
+  EXPECT_EQ(SEQ_FindAction("WriteData"), -1);
+  EXPECT_EQ(SEQ_FindAction(nullptr), -1);
+  EXPECT_EQ(SEQ_GetAction(SEQ_NUM_ACTIONS), nullptr);
+}
+
 TEST_F(Seq, EmptySequenceRunsAndSaysSo) {
   SetInit({});
   testing::internal::CaptureStdout();

@@ -10,7 +10,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -108,21 +107,6 @@ TEST(SysTime, TickCountStartsAtZeroAndAdvances) {
   EXPECT_LE(SYS_GetTimeUsRel(us), 1000000u);
   uint32_t a = SYS_GetTickCountAbs();
   EXPECT_LE(SYS_GetTickCountAbs() - a, 1000u);
-}
-
-TEST(SysTime, Calendar) {
-  SYS_GetUTCTime(nullptr);  // ignored
-  SYS_GetLocalTime(nullptr);
-  SYS_DATETIME t{};
-  time_t now = time(nullptr);
-  SYS_GetUTCTime(&t);
-  tm parts{};
-  gmtime_r(&now, &parts);
-  EXPECT_EQ(t.year, parts.tm_year + 1900);
-  EXPECT_EQ(t.month, parts.tm_mon + 1);
-  EXPECT_EQ(t.day, parts.tm_mday);
-  EXPECT_EQ(t.milliseconds, 0);
-  EXPECT_LE(t.hour, 23);
 }
 
 // ---------------------------------------------------------------- mutexes
@@ -420,20 +404,6 @@ TEST(SysPath, MakePath) {
   EXPECT_STREQ(out, "/abc/");
 }
 
-TEST(SysPath, OwnModule) {
-  char path[512];
-  char dir[512];
-  SYS_GetModulePath(path, sizeof path);
-  EXPECT_EQ(std::string(path), fs::read_symlink("/proc/self/exe").string());
-  SYS_GetModuleDir(dir, sizeof dir);
-  // The directory may be relative to the working directory (as the program
-  // was started), but it names the program's real directory.
-  std::string d = dir;
-  ASSERT_FALSE(d.empty());
-  EXPECT_EQ(d.back(), '/');
-  EXPECT_TRUE(fs::equivalent(d, fs::path(path).parent_path())) << d;
-}
-
 // ---------------------------------------------------------------- memory
 
 TEST(SysAlloc, GuardedBlocks) {
@@ -454,37 +424,6 @@ TEST(SysAlloc, GuardedBlocks) {
   g[10] = 0xCE;
   EXPECT_EQ(SYS_CheckGuarded(g), 0);
   SYS_FreeGuarded(g);
-}
-
-TEST(SysConsole, WritesWholeBufferUnbuffered) {
-  int fds[2];
-  ASSERT_EQ(pipe(fds), 0);
-  int saved = dup(1);
-  dup2(fds[1], 1);
-  SYS_ConsoleWrite("first\n", 6);
-  SYS_ConsoleWrite("ignored", 0);
-  SYS_ConsoleWrite(nullptr, 5);
-  SYS_ConsoleWrite("second\n", 7);
-  dup2(saved, 1);
-  close(saved);
-  close(fds[1]);
-  char buf[64] = {};
-  ssize_t n = read(fds[0], buf, sizeof buf - 1);
-  close(fds[0]);
-  EXPECT_EQ(n, 13);
-  EXPECT_STREQ(buf, "first\nsecond\n");
-}
-
-TEST(SysInit, DebugLevelFromEnvironment) {
-  ScopedEnv env("SYS_DEBUG_LEVEL", "3");
-  SYS_Init(0);
-  EXPECT_EQ(SYS_GetDebugLevel(), 3);
-  // Traces at every level are produced and discarded without output.
-  SYS_HMUTEX m = SYS_CreateMutex(nullptr);
-  EXPECT_EQ(SYS_WaitForMutex(m, 5), 0);
-  EXPECT_EQ(SYS_ReleaseMutex(m), 0);
-  SYS_CloseMutex(&m);
-  SYS_Exit();
 }
 
 }  // namespace

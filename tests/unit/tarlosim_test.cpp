@@ -90,29 +90,6 @@ long JsonField(const std::string& json, const std::string& key) {
   return std::atol(json.c_str() + at + key.size() + 4);
 }
 
-TEST(TarloSim, VersionAndCompileDateAreFixed) {
-  EXPECT_EQ(TARLOARM_GetDLLVersion() % 100, 4u);
-  EXPECT_STREQ(TARLOARM_GetCompileDateTime(), "Nov 20 2026 10:00:00");
-}
-
-TEST(TarloSim, JedecIdAnswersTheConfiguredBytes) {
-  const struct { const char* chip; Bytes head; } cases[] = {
-      {"C22018", {0xC2, 0x20, 0x18, 0xFF}},
-      {"7F9D46", {0x7F, 0x9D, 0x46, 0xFF}},
-      {"1F2600", {0x1F, 0x26, 0x00, 0xFF}},
-      {"C2201811223344", {0xC2, 0x20, 0x18, 0x11, 0x22, 0x33, 0x44, 0xFF}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.chip);
-    Sim s(c.chip);
-    // As the program reads it: opcode with flags 2, 13 bytes with flags 12.
-    uint8_t op = 0x9F, in[13];
-    TARLO_SPI_Transfer(&op, nullptr, 8, TARLO_SPI_FLAG_BEGIN);
-    TARLO_SPI_Transfer(nullptr, in, 104, TARLO_SPI_FLAG_END);
-    EXPECT_EQ(Bytes(in, in + c.head.size()), c.head);
-  }
-}
-
 TEST(TarloSim, WriteEnableLatchGatesAndIsClearedByEveryWrite) {
   Sim s;
   EXPECT_EQ(s.Status() & 2, 0);
@@ -203,19 +180,6 @@ TEST(TarloSim, RealTimingIsBusyInWallTime) {
   EXPECT_EQ(s.Status() & 1, 1);
   usleep(60000);
   EXPECT_EQ(s.Status() & 1, 0);
-}
-
-TEST(TarloSim, LibraryLogHasAReadableLinePerCall) {
-  Sim s("C22018", {}, false);
-  TARLOARM_SetLogFile((s.dir + "/probe.log").c_str());
-  s.Open();
-  s.Status();
-  TARLOARM_Close();
-  TARLOARM_SetLogFile(nullptr);
-  const std::string log = ReadFile(s.dir + "/probe.log");
-  for (const char* call : {"TARLOARM_SelectUSB(0)", "TARLOARM_OpenEx() returns NULL", "TARLOARM_SetSpeed(4000 kHz)",
-                           "TARLO_SPI_Transfer(NumBits = 16, Flags = 14) returns 2; out: 05 FF; in: FF 00", "TARLOARM_Close()"})
-    EXPECT_NE(log.find(call), std::string::npos) << call << "\n" << log;
 }
 
 TEST(TarloSim, ProtectionBitsBlockUntilTheStatusRegisterIsCleared) {
@@ -439,62 +403,6 @@ TEST(TarloSim, BatchRunsPageProgramsAndPolls) {
     EXPECT_EQ(j.st & 1, 0);
     EXPECT_EQ(s.Read(0x300, 256), Bytes(256, 0x5A));
   }
-}
-
-TEST(TarloSim, BatchFaults) {
-  const struct { const char* fault; int call; int pollResult; } cases[] = {
-      {"batch-nomem", TARLO_ERR_NOMEM, -1},
-      {"batch-unsupported", TARLO_ERR_UNSUPPORTED, -1},
-      {"program-timeout", 0, -1},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.fault);
-    Sim s("C22018", {{"TARLOSIM_FAULT", c.fault}});
-    PageJobs j(0);
-    EXPECT_EQ(j.Run(), c.call);
-    EXPECT_EQ(j.jobs[4].Result, c.pollResult);
-  }
-  Sim s("C22018", {{"TARLOSIM_FAULT", "no-batch"}});
-  EXPECT_EQ(TARLO_GetpFunc(1), nullptr);
-}
-
-TEST(TarloSim, EraseTimeoutAndStuckBit) {
-  {
-    Sim s("C22018", {{"TARLOSIM_FAULT", "erase-timeout"}});
-    s.Wren();
-    s.Cmd(Sim::Addr(0x20, 0, 3));
-    for (int i = 0; i < 1000; i++) ASSERT_EQ(s.Status() & 1, 1);
-  }
-  Sim s("C22018", {{"TARLOSIM_FAULT", "stuck@0x103,stuck@0x104:7"}});
-  s.Wren();
-  s.Program(0x100, Bytes(8, 0));
-  EXPECT_EQ(s.Read(0x103, 2), (Bytes{0x01, 0x80}));
-}
-
-TEST(TarloSim, ProbeSelectionPowerAndInterfaces) {
-  {
-    Sim s("C22018", {{"TARLOSIM_SN", ""}}, false);
-    EXPECT_NE(TARLOARM_OpenEx(nullptr, OnError), nullptr);
-    EXPECT_TRUE(g_errors.empty()) << "the program reports the returned text itself";
-  }
-  Sim s("C22018", {{"TARLOSIM_SN", "11,22"}, {"TARLOSIM_VTARGET", "0"}, {"TARLOSIM_FAULT", "no-spi"}}, false);
-  EXPECT_EQ(TARLOARM_EMU_SelectByUSBSN(33), -1);
-  EXPECT_EQ(TARLOARM_EMU_SelectByUSBSN(22), 0);
-  ASSERT_EQ(TARLOARM_OpenEx(nullptr, OnError), nullptr);
-  EXPECT_EQ(TARLOARM_GetSN(), 22);
-  uint32_t mask = 0;
-  TARLOARM_TIF_GetAvailable(&mask);
-  EXPECT_EQ(mask & 32, 0u);
-  TARLO_HW_STATUS hw{};
-  ASSERT_EQ(TARLOARM_GetHWStatus(&hw), 0);
-  EXPECT_EQ(hw.VTarget, 0);
-  char out[128];
-  TARLOARM_ExecCommand("SupplyPower = 1", out, sizeof out);
-  TARLOARM_GetHWStatus(&hw);
-  EXPECT_EQ(hw.VTarget, 3300);
-  TARLOARM_Close();
-  TARLOARM_SelectUSB(5);
-  EXPECT_NE(TARLOARM_OpenEx(nullptr, OnError), nullptr);
 }
 
 TEST(TarloSim, DroppedProbeFailsLaterCallsAndReportsOnce) {
