@@ -47,23 +47,6 @@ TEST_F(CmdlineParse, GetString) {
   }
 }
 
-TEST_F(CmdlineParse, GetStringAcceptsHalfTheBuffer) {
-  for (int size : {2, 3, 10, 11, 512}) {
-    const int limit = size / 2;
-    const std::string fits(limit, 'f');
-    const std::string over(limit + 1, 'o');
-    char buffer[512];
-    const char* cursor = fits.c_str();
-    EXPECT_EQ(CMDLINE_GetString(&cursor, buffer, size), 0) << size;
-    EXPECT_EQ(std::string(buffer), fits);
-    cursor = over.c_str();
-    EXPECT_EQ(CMDLINE_GetString(&cursor, buffer, size), -1) << size;
-  }
-  const char* cursor = "untouched";
-  EXPECT_EQ(CMDLINE_GetString(&cursor, nullptr, 10), 0);
-  EXPECT_STREQ(cursor, "untouched");
-}
-
 TEST_F(CmdlineParse, GetNumber) {
   struct Case {
     const char* in;
@@ -89,29 +72,6 @@ TEST_F(CmdlineParse, GetNumber) {
     const char* cursor = c.in;
     EXPECT_EQ(CMDLINE_GetNumber(&cursor, error), c.value) << c.in;
     EXPECT_STREQ(error, c.complaint != nullptr ? c.complaint : "") << c.in;
-    EXPECT_STREQ(cursor, c.rest) << c.in;
-  }
-}
-
-TEST_F(CmdlineParse, IsKeyword) {
-  struct Case {
-    const char* in;
-    const char* keyword;
-    int result;
-    const char* rest;
-  };
-  const Case cases[] = {
-      {"USB=12", "USB", 1, "=12"},
-      {"  usb", "USB", 1, ""},
-      {"Ip = host", "IP", 1, " = host"},
-      {"USB1", "USB", 0, "USB1"},
-      {"USB_x", "USB", 0, "USB_x"},
-      {"  US", "USB", 0, "US"},
-      {"IPX", "IP", 0, "IPX"},
-  };
-  for (const Case& c : cases) {
-    const char* cursor = c.in;
-    EXPECT_EQ(CMDLINE_IsKeyword(&cursor, c.keyword), c.result) << c.in;
     EXPECT_STREQ(cursor, c.rest) << c.in;
   }
 }

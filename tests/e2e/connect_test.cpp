@@ -4,14 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "tests/e2e/run_program.h"
 
 namespace {
-
 
 constexpr const char* kSerial = "123456";
 
@@ -56,8 +54,6 @@ struct Rig {
     return r;
   }
 };
-
-
 
 // ---- Identity ----
 
@@ -192,13 +188,6 @@ TEST(Connect, TargetVoltageIsReported) {
   RunResult r = rig.Run({"-connect"}, {"TARLOSIM_VTARGET=1800"});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_TRUE(Has(r, "VTarget = 1.800V")) << r.out;
-}
-
-TEST(Connect, ProbeLibraryWritesItsLogWhereAsked) {
-  Rig rig;
-  RunResult r = rig.Run({"-tarlolog", rig.dir.file("probe.log"), "-connect"});
-  EXPECT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_FALSE(rig.dir.read("probe.log").empty());
 }
 
 // ---- Faults ----

@@ -41,8 +41,10 @@ void TempDir::write(const std::string& name, const std::string& contents) const 
   f.write(contents.data(), (std::streamsize)contents.size());
 }
 
-std::string TempDir::read(const std::string& name) const {
-  std::ifstream f(file(name), std::ios::binary);
+std::string TempDir::read(const std::string& name) const { return ReadFile(file(name)); }
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream f(path, std::ios::binary);
   std::ostringstream ss;
   ss << f.rdbuf();
   return ss.str();

@@ -1,6 +1,7 @@
 // Runs the built pellam-spi as a user would: in a directory of the test's
 // choosing, with extra environment variables, capturing stdout and the exit
-// status. Shared by every end-to-end test.
+// status. Shared by every end-to-end test; the file helpers by the unit
+// tests too.
 #pragma once
 #include <cstdint>
 #include <string>
@@ -28,6 +29,9 @@ class TempDir {
  private:
   std::string path_;
 };
+
+// Contents of the file at path (empty when missing).
+std::string ReadFile(const std::string& path);
 
 // Path of the built program (beside it: the simulated libtarloarm.so).
 std::string PellamBinary();

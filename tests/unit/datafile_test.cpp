@@ -13,30 +13,9 @@
 
 #include "dataimage/memimage.h"
 #include "datafile/datafile.h"
+#include "tests/e2e/run_program.h"
 
 namespace {
-
-class Dir {
- public:
-  Dir() {
-    char tmpl[] = "/tmp/datafile_test.XXXXXX";
-    path_ = mkdtemp(tmpl);
-  }
-  ~Dir() { std::system(("rm -rf '" + path_ + "'").c_str()); }
-  std::string file(const std::string& name) const { return path_ + "/" + name; }
-  void write(const std::string& name, const std::string& data) const {
-    std::ofstream(file(name), std::ios::binary) << data;
-  }
-  std::string read(const std::string& name) const {
-    std::ifstream f(file(name), std::ios::binary);
-    std::stringstream ss;
-    ss << f.rdbuf();
-    return ss.str();
-  }
-
- private:
-  std::string path_;
-};
 
 struct Image {
   MemImage* p = MEMIMAGE_Create();
@@ -69,14 +48,14 @@ struct Loaded {
   std::string layout;
 };
 
-Loaded LoadHex(const Dir& d, const std::string& text, Image& im) {
+Loaded LoadHex(const TempDir& d, const std::string& text, Image& im) {
   d.write("in.hex", text);
   char err[256] = {};
   const int r = DATAFILE_ReadHex(im.p, d.file("in.hex").c_str(), err, sizeof err);
   return {r, err, im.Layout()};
 }
 
-Loaded LoadMot(const Dir& d, const std::string& text, Image& im) {
+Loaded LoadMot(const TempDir& d, const std::string& text, Image& im) {
   d.write("in.mot", text);
   char err[256] = {};
   const int r = DATAFILE_ReadMot(im.p, d.file("in.mot").c_str(), err, sizeof err);
@@ -116,7 +95,7 @@ TEST(HexReader, RecordsAndQuirks) {
       {"zero byte ends", std::string(":0400000001020304F2\r\n\0garbage", 30), 0, "", "0:4"},
   };
   for (const auto& c : cases) {
-    Dir d;
+    TempDir d;
     Image im;
     const Loaded got = LoadHex(d, c.text, im);
     EXPECT_EQ(got.result, c.result) << c.name;
@@ -138,7 +117,7 @@ TEST(HexReader, BlankLineAcceptedOnlyAfterRefill) {
   ASSERT_GT(records.size(), 500u);
   const std::string first = records.substr(0, 15);
   const std::string rest = records.substr(15);
-  Dir d;
+  TempDir d;
   {
     Image im;  // long file with an empty line after the first record
     std::string longer = first + "\r\n" + rest;
@@ -166,7 +145,7 @@ TEST(HexReader, BlankLineAcceptedOnlyAfterRefill) {
 }
 
 TEST(HexWriter, ExactOutput) {
-  Dir d;
+  TempDir d;
   std::vector<uint8_t> bytes(40);
   for (size_t i = 0; i < bytes.size(); i++) bytes[i] = static_cast<uint8_t>(i);
   Image im;
@@ -219,7 +198,7 @@ TEST(MotReader, RecordsAndQuirks) {
        "Error in line 1: Unexpected character", "0:8"},
   };
   for (const auto& c : cases) {
-    Dir d;
+    TempDir d;
     Image im;
     const Loaded got = LoadMot(d, c.text, im);
     EXPECT_EQ(got.result, c.result) << c.name;
@@ -238,14 +217,14 @@ TEST(MotWriter, ExactOutput) {
       {0x12345, "S2080123450102030484\r\nS9030000FC\r\n"},
   };
   for (const auto& c : cases) {
-    Dir d;
+    TempDir d;
     Image im;
     im.Add(c.start, {1, 2, 3, 4});
     char err[256];
     ASSERT_EQ(DATAFILE_WriteMot(im.p, d.file("o.mot").c_str(), err, sizeof err), 0);
     EXPECT_EQ(d.read("o.mot"), c.expect);
   }
-  Dir d;
+  TempDir d;
   Image empty;
   char err[256];
   ASSERT_EQ(DATAFILE_WriteMot(empty.p, d.file("e.mot").c_str(), err, sizeof err), 0);
@@ -255,7 +234,7 @@ TEST(MotWriter, ExactOutput) {
 // ---- Binary ----
 
 TEST(Binary, ReadAtBaseAndWriteWindows) {
-  Dir d;
+  TempDir d;
   std::string big(70000, '\0');
   for (size_t i = 0; i < big.size(); i++) big[i] = static_cast<char>(i * 7);
   d.write("big.bin", big);
@@ -291,7 +270,7 @@ TEST(Binary, ReadAtBaseAndWriteWindows) {
 // ---- C source ----
 
 TEST(CSource, ExactOutput) {
-  Dir d;
+  TempDir d;
   Image im;
   im.Add(0x100, {0x11, 0x22});
   char err[256];
@@ -324,7 +303,7 @@ TEST(CSource, ExactOutput) {
 // ---- Errors ----
 
 TEST(Errors, OpenWriteAndFirstErrorWins) {
-  Dir d;
+  TempDir d;
   Image im;
   char err[256] = {};
   EXPECT_EQ(DATAFILE_ReadHex(im.p, d.file("missing.hex").c_str(), err, sizeof err), -1);
@@ -389,7 +368,7 @@ bool SameImage(Image& a, Image& b) {
 
 TEST(RoundTrip, HexAndMotKeepTheImage) {
   for (uint32_t seed = 1; seed <= 5; seed++) {
-    Dir d;
+    TempDir d;
     Image im;
     RandomImage(im, seed);
     char err[256];
@@ -407,7 +386,7 @@ int Shell(const std::string& cmd) { return std::system((cmd + " 2>/dev/null").c_
 
 TEST(Objcopy, FilesExchangedBothWays) {
   if (Shell("objcopy --version >/dev/null") != 0) GTEST_SKIP() << "objcopy not installed";
-  Dir d;
+  TempDir d;
   std::string bin(150000, '\0');
   std::mt19937 rng(7);
   for (auto& c : bin) c = static_cast<char>(rng());

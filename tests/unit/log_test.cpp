@@ -1,6 +1,4 @@
-// The operation log as the console sees it: fd 1 is redirected into a
-// temporary file while a case runs.
-#include <fcntl.h>
+// The operation log as the console sees it (standard output captured).
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -14,20 +12,9 @@ namespace {
 
 std::string Capture(const std::function<void()>& body) {
   fflush(stdout);
-  FILE* file = tmpfile();
-  const int saved = dup(1);
-  dup2(fileno(file), 1);
+  testing::internal::CaptureStdout();
   body();
-  fflush(stdout);
-  dup2(saved, 1);
-  close(saved);
-  std::string out;
-  rewind(file);
-  char buffer[4096];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof buffer, file)) > 0) out.append(buffer, n);
-  fclose(file);
-  return out;
+  return testing::internal::GetCapturedStdout();
 }
 
 int DisconnectCalls = 0;

@@ -184,22 +184,6 @@ TEST(MemImage, PatchesOverlayAndCommit) {
   EXPECT_EQ(im.Ranges(), (Ranges{{0x100, 0x1FF}, {0x400, 0x400}}));
 }
 
-TEST(MemImage, QueriesOnEmptyAndNullImages) {
-  Image im;
-  EXPECT_EQ(MEMIMAGE_GetLastAddr(im.p), 0u);
-  EXPECT_EQ(MEMIMAGE_GetFirstAddr(im.p), 0u);
-  EXPECT_EQ(MEMIMAGE_GetNumRanges(nullptr), 0u);
-  EXPECT_EQ(MEMIMAGE_GetNumBytesLocked(nullptr), 0u);
-  EXPECT_EQ(MEMIMAGE_Lock(nullptr), -2);
-  MEMIMAGE_Delete(nullptr);
-  im.Add(0, 0xF);
-  im.Add(0x1000, 0x100F);
-  EXPECT_EQ(MEMIMAGE_GetNumBytes(im.p), 0x20u);
-  EXPECT_EQ(MEMIMAGE_ReadByte(im.p, 0x10), -1);
-  MEMIMAGE_AddDataLocked(im.p, 0x2000, 0x10, nullptr);
-  EXPECT_EQ(MEMIMAGE_ReadByte(im.p, 0x2000), -2);
-}
-
 TEST(MemImage, SetsAndMerge) {
   Image chip;
   MEMIMAGE_AddDataLocked(chip.p, 0, 0x10000, nullptr);

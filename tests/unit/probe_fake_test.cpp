@@ -7,7 +7,6 @@
 #include <string>
 
 #include "probe/probelib.h"
-#include "tests/unit/probe_test_util.h"
 
 namespace {
 
@@ -24,12 +23,12 @@ TEST(ProbeFake, LibraryBesideTheProgramIsUsed) {
 }
 
 TEST(ProbeFake, MissingFunctionIsReportedOnEveryCall) {
-  std::string out = CaptureStdout([] {
-    uint8_t in[2] = {0x55, 0x55};
-    EXPECT_EQ(TARLO_SPI_Transfer(nullptr, in, 16, TARLO_SPI_FLAG_WHOLE), 0);
-    EXPECT_EQ(TARLO_SPI_Transfer(nullptr, in, 16, TARLO_SPI_FLAG_WHOLE), 0);
-    EXPECT_EQ(in[0], 0x55);  // nothing was done
-  });
+  testing::internal::CaptureStdout();
+  uint8_t in[2] = {0x55, 0x55};
+  EXPECT_EQ(TARLO_SPI_Transfer(nullptr, in, 16, TARLO_SPI_FLAG_WHOLE), 0);
+  EXPECT_EQ(TARLO_SPI_Transfer(nullptr, in, 16, TARLO_SPI_FLAG_WHOLE), 0);
+  EXPECT_EQ(in[0], 0x55);  // nothing was done
+  const std::string out = testing::internal::GetCapturedStdout();
   const std::string prefix = "Function not found: TARLO_SPI_Transfer (";
   size_t first = out.find(prefix);
   ASSERT_EQ(first, 0u) << out;
@@ -42,35 +41,35 @@ TEST(ProbeFake, MissingFunctionIsReportedOnEveryCall) {
 }
 
 TEST(ProbeFake, EveryMissingWrapperReturnsZeroOrNothing) {
-  std::string out = CaptureStdout([] {
-    TARLO_HW_STATUS hw{};
-    hw.VTarget = 1234;
-    uint32_t mask = 77;
-    char result[8] = "keep";
-    EXPECT_EQ(TARLOARM_ExecCommand("SilentUpdateFW", result, sizeof result), 0);
-    EXPECT_STREQ(result, "keep");
-    EXPECT_EQ(TARLOARM_EMU_SelectByUSBSN(123), 0);
-    EXPECT_EQ(TARLOARM_SelectIP("localhost", 0), 0);
-    EXPECT_EQ(TARLOARM_OpenEx(nullptr, nullptr), nullptr);
-    TARLOARM_TIF_GetAvailable(&mask);
-    EXPECT_EQ(mask, 77u);
-    EXPECT_EQ(TARLOARM_TIF_Select(5), 0);
-    EXPECT_EQ(TARLOARM_GetHWStatus(&hw), 0);
-    EXPECT_EQ(hw.VTarget, 1234);
-    EXPECT_EQ(TARLOARM_GetSN(), 0);
-    EXPECT_EQ(TARLO_GetpFunc(1), nullptr);
-    TARLOARM_SetErrorOutHandler(nullptr);
-    TARLOARM_SetLogFile(nullptr);
-    TARLOARM_SelectUSB(0);
-    TARLOARM_SetSpeed(4000);
-    TARLOARM_ClrRESET();
-    TARLOARM_SetRESET();
-    TARLOARM_SetTMS();
-    TARLOARM_ClrTMS();
-    TARLOARM_Close();
-    TARLO_INDICATOR_STATE st{};
-    TARLOARM_INDICATORS_SetState(1, &st);
-  });
+  testing::internal::CaptureStdout();
+  TARLO_HW_STATUS hw{};
+  hw.VTarget = 1234;
+  uint32_t mask = 77;
+  char result[8] = "keep";
+  EXPECT_EQ(TARLOARM_ExecCommand("SilentUpdateFW", result, sizeof result), 0);
+  EXPECT_STREQ(result, "keep");
+  EXPECT_EQ(TARLOARM_EMU_SelectByUSBSN(123), 0);
+  EXPECT_EQ(TARLOARM_SelectIP("localhost", 0), 0);
+  EXPECT_EQ(TARLOARM_OpenEx(nullptr, nullptr), nullptr);
+  TARLOARM_TIF_GetAvailable(&mask);
+  EXPECT_EQ(mask, 77u);
+  EXPECT_EQ(TARLOARM_TIF_Select(5), 0);
+  EXPECT_EQ(TARLOARM_GetHWStatus(&hw), 0);
+  EXPECT_EQ(hw.VTarget, 1234);
+  EXPECT_EQ(TARLOARM_GetSN(), 0);
+  EXPECT_EQ(TARLO_GetpFunc(1), nullptr);
+  TARLOARM_SetErrorOutHandler(nullptr);
+  TARLOARM_SetLogFile(nullptr);
+  TARLOARM_SelectUSB(0);
+  TARLOARM_SetSpeed(4000);
+  TARLOARM_ClrRESET();
+  TARLOARM_SetRESET();
+  TARLOARM_SetTMS();
+  TARLOARM_ClrTMS();
+  TARLOARM_Close();
+  TARLO_INDICATOR_STATE st{};
+  TARLOARM_INDICATORS_SetState(1, &st);
+  const std::string out = testing::internal::GetCapturedStdout();
   for (const char* name :
        {"TARLOARM_ExecCommand", "TARLOARM_EMU_SelectByUSBSN", "TARLOARM_SelectIP", "TARLOARM_OpenEx",
         "TARLOARM_TIF_GetAvailable", "TARLOARM_TIF_Select", "TARLOARM_GetHWStatus", "TARLOARM_GetSN",

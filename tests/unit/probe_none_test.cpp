@@ -7,7 +7,6 @@
 #include <string>
 
 #include "probe/probelib.h"
-#include "tests/unit/probe_test_util.h"
 
 namespace {
 
@@ -19,10 +18,10 @@ bool InstallDirPresent() {
 
 TEST(ProbeNone, NonFatalLoadReportsAndRetries) {
   if (InstallDirPresent()) GTEST_SKIP() << "a probe library is installed on this machine";
-  std::string out = CaptureStdout([] {
-    EXPECT_EQ(PROBELIB_Load(0), 1);
-    EXPECT_EQ(PROBELIB_TryLoad(), -1);  // searched again, not remembered
-  });
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(PROBELIB_Load(0), 1);
+  EXPECT_EQ(PROBELIB_TryLoad(), -1);  // searched again, not remembered
+  const std::string out = testing::internal::GetCapturedStdout();
   EXPECT_EQ(out, "Could not open Tarlo shared library.\nCould not open Tarlo shared library.\n");
 }
 

@@ -13,33 +13,20 @@
 
 #include "project/project.h"
 #include "project/settings.h"
+#include "tests/e2e/run_program.h"
 
 namespace {
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
 
 // A private HOME and working files for this process.
 class ProjectTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char tmpl[] = "/tmp/pellam_project_XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(tmpl));
-    dir_ = tmpl;
-    setenv("HOME", dir_.c_str(), 1);
-  }
+  void SetUp() override { setenv("HOME", dir_.c_str(), 1); }
   void TearDown() override {
     if (PROJECT_IsOpen() == 1) {
       testing::internal::CaptureStdout();
       PROJECT_Close();
       testing::internal::GetCapturedStdout();
     }
-    std::string cmd = "rm -rf '" + dir_ + "'";
-    (void)system(cmd.c_str());
   }
   std::string Write(const std::string& name, const std::string& text) {
     const std::string path = dir_ + "/" + name;
@@ -54,7 +41,8 @@ class ProjectTest : public ::testing::Test {
     return r;
   }
   int OpenText(const std::string& text) { return Open(Write("t.pellam", text)); }
-  std::string dir_;
+  TempDir tmp_;
+  const std::string dir_ = tmp_.path();
   std::string out_;
 };
 

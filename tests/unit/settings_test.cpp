@@ -10,6 +10,7 @@
 #include <string>
 
 #include "project/settings.h"
+#include "tests/e2e/run_program.h"
 
 namespace {
 
@@ -19,13 +20,6 @@ std::string Text() {
   uint32_t n = 0;
   const char* t = SETTINGS_GetText(&n);
   return t != nullptr ? std::string(t, n) : std::string();
-}
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
 }
 
 std::string TempPath(const char* name) {

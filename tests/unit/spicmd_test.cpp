@@ -1,4 +1,4 @@
-// Command framing, status interpretation, unprotect masks and batch sizing.
+// Command framing, status interpretation and batch sizing.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -44,13 +44,6 @@ TEST(SpiCmd, ReadyBitFollowsPositionAndPolarity) {
     EXPECT_EQ(SPI_IsReadyStatus(&fp, c.status), c.ready)
         << "readyBit " << int(c.readyBit) << " pos " << int(c.pos) << " status " << int(c.status);
   }
-}
-
-TEST(SpiCmd, ProtectMaskByClassWithFallbackForUnknownClasses) {
-  const uint8_t expected[] = {0x5C, 0x5C, 0x1C, 0x1C, 0x3C, 0x1C, 0x7C, 0x1C, 0x0C, 0x10, 0x02};
-  for (uint8_t c = 0; c < 11; c++) EXPECT_EQ(SPI_ProtectMask(c), expected[c]) << int(c);
-  EXPECT_EQ(SPI_ProtectMask(11), 0x1C);
-  EXPECT_EQ(SPI_ProtectMask(255), 0x1C);
 }
 
 TEST(SpiCmd, BatchHoldsAtMost32PagesOr8KiBButNeverNone) {

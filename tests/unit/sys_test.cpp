@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "sys/sys.h"
+#include "tests/e2e/run_program.h"
 
 namespace fs = std::filesystem;
 
@@ -26,23 +27,6 @@ using Clock = std::chrono::steady_clock;
 long MsSince(Clock::time_point t0) {
   return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - t0).count());
 }
-
-class TempPath {
- public:
-  TempPath() {
-    char tmpl[] = "/tmp/pellam-sys-XXXXXX";
-    path_ = mkdtemp(tmpl);
-  }
-  ~TempPath() {
-    std::error_code ec;
-    fs::remove_all(path_, ec);
-  }
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-  const std::string& str() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 // Sets an environment variable for one scope.
 class ScopedEnv {
@@ -229,8 +213,8 @@ TEST(SysEvent, AutoResetAndTimeout) {
 // ---------------------------------------------------------------- files
 
 TEST(SysFile, WriteLockBetweenProcesses) {
-  TempPath dir;
-  const std::string path = dir / "locked.bin";
+  TempDir dir;
+  const std::string path = dir.file("locked.bin");
   WriteFile(path, "data");
   int fd = SYS_FILE_Open(path.c_str(), SYS_FILE_FLAG_WRITE, 0, 0);
   ASSERT_GE(fd, 0);
@@ -244,8 +228,8 @@ TEST(SysFile, WriteLockBetweenProcesses) {
 }
 
 TEST(SysFile, RetriesWaitBetweenAttempts) {
-  TempPath dir;
-  const std::string missing = dir / "missing";
+  TempDir dir;
+  const std::string missing = dir.file("missing");
   auto t0 = Clock::now();
   EXPECT_EQ(SYS_FILE_Open(missing.c_str(), SYS_FILE_READ_FLAGS, 3, 100), -1);
   long ms = MsSince(t0);
@@ -265,8 +249,8 @@ TEST(SysFile, RetriesWaitBetweenAttempts) {
 }
 
 TEST(SysFile, CreationFlags) {
-  TempPath dir;
-  const std::string path = dir / "f.txt";
+  TempDir dir;
+  const std::string path = dir.file("f.txt");
   // No create bit: a missing file stays missing.
   EXPECT_EQ(SYS_FILE_OpenSimple(path.c_str(), SYS_FILE_FLAG_WRITE), -1);
   int fd = SYS_FILE_OpenSimple(path.c_str(), SYS_FILE_WRITE_FLAGS);
@@ -304,30 +288,30 @@ TEST(SysFile, CreationFlags) {
   SYS_FILE_Close(fd);
 
   EXPECT_EQ(SYS_FILE_Exists(path.c_str()), 1);
-  EXPECT_EQ(SYS_FILE_Exists((dir / "nope").c_str()), 0);
+  EXPECT_EQ(SYS_FILE_Exists(dir.file("nope").c_str()), 0);
   EXPECT_EQ(SYS_FILE_IsReadOnly(path.c_str()), 0);
   chmod(path.c_str(), 0444);
   EXPECT_EQ(SYS_FILE_IsReadOnly(path.c_str()), 1);
-  EXPECT_EQ(SYS_FILE_IsReadOnly(dir.str().c_str()), 0);
-  EXPECT_EQ(SYS_FILE_IsReadOnly((dir / "nope").c_str()), -1);
+  EXPECT_EQ(SYS_FILE_IsReadOnly(dir.path().c_str()), 0);
+  EXPECT_EQ(SYS_FILE_IsReadOnly(dir.file("nope").c_str()), -1);
   EXPECT_EQ(SYS_FILE_IsReadOnly(nullptr), 0);
 }
 
 TEST(SysFile, OpenExExpandsHomeAndMakesDirectories) {
-  TempPath home;
-  ScopedEnv env("HOME", home.str().c_str());
+  TempDir home;
+  ScopedEnv env("HOME", home.path().c_str());
   int fd = SYS_FILE_OpenEx("~/one/two/file.cfg", SYS_FILE_WRITE_FLAGS);
   ASSERT_GE(fd, 0);
   SYS_FILE_Close(fd);
-  EXPECT_TRUE(fs::is_regular_file(home / "one/two/file.cfg"));
+  EXPECT_TRUE(fs::is_regular_file(home.file("one/two/file.cfg")));
   // Without the create bit no directory is made.
   EXPECT_EQ(SYS_FILE_OpenEx("~/three/file.cfg", SYS_FILE_READ_FLAGS), -1);
-  EXPECT_FALSE(fs::exists(home / "three"));
+  EXPECT_FALSE(fs::exists(home.file("three")));
   EXPECT_EQ(SYS_FILE_OpenEx("", SYS_FILE_WRITE_FLAGS), -1);
 
   char cfg[512];
   ASSERT_EQ(SYS_GetConfigDir(cfg, sizeof cfg), 0);
-  EXPECT_EQ(std::string(cfg), home / ".config/Valmik");
+  EXPECT_EQ(std::string(cfg), home.file(".config/Valmik"));
   EXPECT_TRUE(fs::is_directory(cfg));
   {
     ScopedEnv noHome("HOME", nullptr);
@@ -336,17 +320,17 @@ TEST(SysFile, OpenExExpandsHomeAndMakesDirectories) {
 }
 
 TEST(SysFile, CreateDirRecursiveFollowsLinks) {
-  TempPath dir;
-  fs::create_directory(dir / "real");
-  fs::create_symlink("real", dir / "link");
-  EXPECT_EQ(SYS_CreateDirRecursive((dir / "link/a/b/").c_str()), 0);
-  EXPECT_TRUE(fs::is_directory(dir / "real/a/b"));
-  EXPECT_EQ(SYS_CreateDirRecursive((dir / "link").c_str()), 0);
-  WriteFile(dir / "file", "x");
-  EXPECT_EQ(SYS_CreateDirRecursive((dir / "file").c_str()), -1);
-  EXPECT_EQ(SYS_CreateDirRecursive((dir / "file/sub").c_str()), -1);
+  TempDir dir;
+  fs::create_directory(dir.file("real"));
+  fs::create_symlink("real", dir.file("link"));
+  EXPECT_EQ(SYS_CreateDirRecursive(dir.file("link/a/b/").c_str()), 0);
+  EXPECT_TRUE(fs::is_directory(dir.file("real/a/b")));
+  EXPECT_EQ(SYS_CreateDirRecursive(dir.file("link").c_str()), 0);
+  WriteFile(dir.file("file"), "x");
+  EXPECT_EQ(SYS_CreateDirRecursive(dir.file("file").c_str()), -1);
+  EXPECT_EQ(SYS_CreateDirRecursive(dir.file("file/sub").c_str()), -1);
   // Deeper than the recursion allows.
-  std::string deep = dir.str();
+  std::string deep = dir.path();
   for (int i = 0; i < 130; ++i) deep += "/d";
   EXPECT_EQ(SYS_CreateDirRecursive(deep.c_str()), -1);
 }

@@ -12,17 +12,11 @@
 #include <vector>
 
 #include "probe/tarlo_abi.h"
+#include "tests/e2e/run_program.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
-  std::stringstream s;
-  s << f.rdbuf();
-  return s.str();
-}
 
 std::vector<std::string> g_errors;
 void OnError(const char* t) { g_errors.push_back(t); }

@@ -35,27 +35,17 @@ struct IntCase {
   const char* expected;
 };
 
+// Where the formatter departs from the C library (the agreeing forms are
+// compared with it below).
 TEST(UtilFormat, IntegerWidthPrecisionSign) {
   const IntCase cases[] = {
-      {"%d", 0, "0"},
-      {"%d", 12345, "12345"},
-      {"%d", -12, "-12"},
       {"%5d", -12, "-   12"},   // the sign stands outside the width
-      {"%5d", 12, "   12"},
       {"%05d", 12, "   12"},    // "0" is a width digit, not a flag
       {"%.4d", -7, "-0007"},
-      {"%6.3d", 5, "   005"},
-      {"%1d", 123, "123"},      // width is a minimum
       {"%d", INT_MIN, "-2147483648"},
-      {"%i", -1, "-1"},
       {"%u", -1, "4294967295"},
-      {"%x", 0xABCDEF, "abcdef"},
-      {"%X", 0xABCDEF, "ABCDEF"},
-      {"%.8X", 0x1F, "0000001F"},
       {"%.2X", 0x1AB, "1AB"},   // precision is a minimum
-      {"%4x", 0xF, "   f"},
       {"%ld", -5, "-5"},        // one l keeps 32 bits
-      {"%lx", 255, "ff"},
       {"%c", 'A', "A"},
       {"a%fb", 3, "ab"},        // unknown letter: consumed, nothing written
       {"%%%d%%", 1, "%1%"},
@@ -71,14 +61,9 @@ TEST(UtilFormat, SixtyFourBitPath) {
     long long value;
     const char* expected;
   } cases[] = {
-      {"%lld", 0x123456789LL, "4886718345"},
-      {"%lld", -0x123456789LL, "-4886718345"},
       {"%lld", LLONG_MIN, "-9223372036854775808"},
       {"%llu", -1LL, "18446744073709551615"},
-      {"%llx", 0x1122334455667788LL, "1122334455667788"},
-      {"%.12llX", 0xABCLL, "000000000ABC"},
       {"%12lld", -42LL, "-          42"},
-      {"%lld", 7LL, "7"},
       {"%llld", 5000000000LL, "5000000000"},  // more than two l's are still 64 bits
   };
   for (const Case& c : cases) {
@@ -240,18 +225,6 @@ TEST(UtilNumbers, ParseU32) {
   }
 }
 
-TEST(UtilNumbers, Store) {
-  uint8_t b[4];
-  UTIL_StoreU32LE(b, 0x11223344);
-  EXPECT_EQ(b[0], 0x44);
-  EXPECT_EQ(b[3], 0x11);
-  UTIL_StoreU32(b, 0x11223344, 1);
-  EXPECT_EQ(b[0], 0x11);
-  EXPECT_EQ(b[3], 0x44);
-  UTIL_StoreU32(b, 0xAABBCCDD, 0);
-  EXPECT_EQ(b[0], 0xDD);
-}
-
 TEST(UtilToken, ParseToken) {
   char tok[8];
   const char* text = " \t\r\nfirst,second third\r\n";
@@ -333,18 +306,6 @@ TEST(UtilPrint, FloatFromBits) {
     UTIL_PrintFloatBits(buf, sizeof buf, c.bits);
     EXPECT_STREQ(buf, c.expected) << std::hex << c.bits;
   }
-}
-
-TEST(UtilPrint, AddressesAndNames) {
-  char buf[64];
-  const uint8_t mac[6] = {0x00, 0x22, 0xC7, 0x0A, 0xFF, 0x1};
-  UTIL_PrintHWAddr(buf, sizeof buf, mac, ':');
-  EXPECT_STREQ(buf, "00:22:C7:0A:FF:01");
-  UTIL_PrintIPv4(buf, sizeof buf, 0xC0A80001);
-  EXPECT_STREQ(buf, "192.168.0.1");
-  EXPECT_STREQ(UTIL_GetOSName(0x2000), "Linux");
-  EXPECT_STREQ(UTIL_GetOSName(0x1007), "Windows 8.1");
-  EXPECT_STREQ(UTIL_GetOSName(0x1009), "Unknown");
 }
 
 TEST(UtilCopyAPIStruct, SizesDecideTheCopy) {
