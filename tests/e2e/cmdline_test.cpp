@@ -204,22 +204,6 @@ TEST(CommandLine, QuotedGluedNamesMayContainCommas) {
   EXPECT_FALSE(dir.exists("c,d.log"));
 }
 
-TEST(CommandLine, ConnectionSelectionsAreAccepted) {
-  const std::vector<std::vector<std::string>> cases = {
-      {"-usb3"}, {"-usb4"}, {"-usb0x10"}, {"-usb0X10"}, {"-usb"}, {"-USB12345"},
-      {"-ip10.0.0.1"}, {"-ip"}, {"-select", "USB"}, {"-select", "usb = 123456"},
-      {"-select", "IP"}, {"-select", "IP="}, {"-select", "ip=probe.local"},
-      {"-speed4000"}, {"-speed", "0x100"}, {"-verbose20"}, {"-verbose", "0"},
-  };
-  for (const auto& args : cases) {
-    TempDir dir;
-    const RunResult r = RunIn(dir, args);
-    EXPECT_EQ(r.exitStatus, 0) << args[0] << "\n" << r.out;
-    EXPECT_FALSE(Contains(r.out, "ERROR:")) << args[0] << "\n" << r.out;
-    EXPECT_FALSE(Contains(r.out, "WARNING:")) << args[0] << "\n" << r.out;
-  }
-}
-
 // The choice shows in the connect announcement (whether a probe answers or not).
 TEST(CommandLine, ConnectionChoiceReachesTheConnection) {
   struct Case {

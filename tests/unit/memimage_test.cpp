@@ -33,38 +33,23 @@ struct Image {
 
 using Ranges = std::vector<std::pair<uint32_t, uint32_t>>;
 
-struct AddCase {
-  const char* name;
-  std::vector<std::pair<uint32_t, uint32_t>> adds;
-  std::vector<int> results;
-  Ranges expect;
-};
+// Joins, overlaps and cuts in the low addresses are covered by the random
+// model test below; these are the edges it does not reach.
+TEST(MemImage, JoinAtTheTopAndCutsThatKeepAppending) {
+  Image top;
+  EXPECT_EQ(top.Add(0xFFFFFF00, 0xFFFFFFFF), 0);
+  EXPECT_EQ(top.Add(0xFFFFFE00, 0xFFFFFEFF), 0);
+  EXPECT_EQ(top.Ranges(), (Ranges{{0xFFFFFE00, 0xFFFFFFFF}}));
+  EXPECT_EQ(MEMIMAGE_ReadByte(top.p, 0xFFFFFFFF), 0xFF);
 
-TEST(MemImage, AddJoinsTouchingRangesAndRefusesOverlap) {
-  const AddCase cases[] = {
-      {"append", {{0x100, 0x1FF}, {0x200, 0x2FF}}, {0, 0}, {{0x100, 0x2FF}}},
-      {"prepend", {{0x300, 0x3FF}, {0x200, 0x2FF}}, {0, 0}, {{0x200, 0x3FF}}},
-      {"fill gap joins three", {{0x100, 0x1FF}, {0x300, 0x3FF}, {0x200, 0x2FF}}, {0, 0, 0}, {{0x100, 0x3FF}}},
-      {"overlap tail", {{0x100, 0x1FF}, {0x1F0, 0x20F}}, {0, -1}, {{0x100, 0x1FF}}},
-      {"overlap head", {{0x100, 0x1FF}, {0xF0, 0x100}}, {0, -1}, {{0x100, 0x1FF}}},
-      {"inside", {{0x100, 0x1FF}, {0x150, 0x150}}, {0, -1}, {{0x100, 0x1FF}}},
-      {"insert before", {{0x300, 0x3FF}, {0x100, 0x1FF}}, {0, 0}, {{0x100, 0x1FF}, {0x300, 0x3FF}}},
-      {"insert between", {{0x100, 0x1FF}, {0x500, 0x5FF}, {0x300, 0x3FF}}, {0, 0, 0},
-       {{0x100, 0x1FF}, {0x300, 0x3FF}, {0x500, 0x5FF}}},
-      {"top of address space", {{0xFFFFFF00, 0xFFFFFFFF}, {0xFFFFFE00, 0xFFFFFEFF}}, {0, 0},
-       {{0xFFFFFE00, 0xFFFFFFFF}}},
-  };
-  for (const auto& c : cases) {
+  for (auto [a, b] : {std::pair<uint32_t, uint32_t>{0x180, 0x18F}, {0x300, 0x3FF}, {0x0, 0xFFFFFFFF}}) {
     Image im;
-    for (size_t i = 0; i < c.adds.size(); i++) {
-      EXPECT_EQ(im.Add(c.adds[i].first, c.adds[i].second), c.results[i]) << c.name << " add " << i;
-    }
-    EXPECT_EQ(im.Ranges(), c.expect) << c.name;
-    // Joined bytes stay in place.
-    for (auto [s, e] : c.expect) {
-      EXPECT_EQ(MEMIMAGE_ReadByte(im.p, s), static_cast<int>(s & 0xFF)) << c.name;
-      EXPECT_EQ(MEMIMAGE_ReadByte(im.p, e), static_cast<int>(e & 0xFF)) << c.name;
-    }
+    im.Add(0x100, 0x1FF);
+    im.Add(0x300, 0x3FF);
+    MEMIMAGE_RemoveArea(im.p, a, b);
+    // The cached last range survives the removal: appending still works.
+    EXPECT_EQ(im.Add(0x1000, 0x100F), 0) << std::hex << a;
+    EXPECT_EQ(MEMIMAGE_GetLastAddr(im.p), 0x100Fu);
   }
 }
 
@@ -85,36 +70,6 @@ TEST(MemImage, AddPastTopOfAddressSpaceIsRefused) {
   uint8_t b[0x20] = {};
   EXPECT_EQ(MEMIMAGE_AddData(im.p, 0xFFFFFFF0u, 0x20, b, -1), -1);
   EXPECT_EQ(MEMIMAGE_GetNumRanges(im.p), 0u);
-}
-
-TEST(MemImage, RemoveAreaCutsSplitsAndDrops) {
-  struct Case {
-    uint32_t a, b;
-    Ranges expect;
-  };
-  const Case cases[] = {
-      {0x180, 0x18F, {{0x100, 0x17F}, {0x190, 0x1FF}, {0x300, 0x3FF}}},
-      {0x0, 0x10F, {{0x110, 0x1FF}, {0x300, 0x3FF}}},
-      {0x1F0, 0x30F, {{0x100, 0x1EF}, {0x310, 0x3FF}}},
-      {0x100, 0x1FF, {{0x300, 0x3FF}}},
-      {0x0, 0xFFFFFFFF, {}},
-      {0x200, 0x2FF, {{0x100, 0x1FF}, {0x300, 0x3FF}}},
-  };
-  for (const auto& c : cases) {
-    Image im;
-    im.Add(0x100, 0x1FF);
-    im.Add(0x300, 0x3FF);
-    MEMIMAGE_RemoveArea(im.p, c.a, c.b);
-    EXPECT_EQ(im.Ranges(), c.expect) << std::hex << c.a << "-" << c.b;
-    for (auto [s, e] : c.expect) {
-      EXPECT_EQ(MEMIMAGE_ReadByte(im.p, s), static_cast<int>(s & 0xFF));
-      EXPECT_EQ(MEMIMAGE_ReadByte(im.p, e), static_cast<int>(e & 0xFF));
-    }
-    EXPECT_EQ(im.p->rangeCount, c.expect.size());
-    // The cached last range survives the removal: appending still works.
-    EXPECT_EQ(im.Add(0x1000, 0x100F), 0);
-    EXPECT_EQ(MEMIMAGE_GetLastAddr(im.p), 0x100Fu);
-  }
 }
 
 TEST(MemImage, GetBlockBoundsGapsAndAlignment) {

@@ -1,8 +1,7 @@
 // The simulated probe library, through its exported C functions only: SPI
 // NOR datasheet behaviour, the families' special sequences, persistence,
-// trace and stats files, and every fault.
+// the trace file, and the faults the end-to-end runs do not reach.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -24,11 +23,10 @@ void OnError(const char* t) { g_errors.push_back(t); }
 // One simulated chip in a fresh directory; the environment is set before
 // the open, which is the chip's power-up.
 struct Sim {
-  std::string dir;
+  TempDir tmp;
+  const std::string dir = tmp.path();
   explicit Sim(const std::string& chip = "C22018", std::vector<std::pair<const char*, std::string>> env = {},
                bool open = true) {
-    char tmpl[] = "/tmp/tarlosim-test-XXXXXX";
-    dir = mkdtemp(tmpl);
     for (const char* k : {"TARLOSIM_FAULT", "TARLOSIM_TIMING", "TARLOSIM_SIZE", "TARLOSIM_SN", "TARLOSIM_VTARGET"})
       unsetenv(k);
     setenv("TARLOSIM_CHIP", chip.c_str(), 1);
@@ -39,11 +37,7 @@ struct Sim {
     g_errors.clear();
     if (open) Open();
   }
-  ~Sim() {
-    TARLOARM_Close();
-    std::string cmd = "rm -rf '" + dir + "'";
-    if (std::system(cmd.c_str()) != 0) {}
-  }
+  ~Sim() { TARLOARM_Close(); }
   void Open() {
     TARLOARM_SelectUSB(0);
     const char* e = TARLOARM_OpenEx(nullptr, OnError);
@@ -165,15 +159,6 @@ TEST(TarloSim, ModelTimingKeepsTheChipBusyAndIgnoresCommandsMeanwhile) {
   const std::string stats = ReadFile(s.dir + "/stats.json");
   EXPECT_GE(JsonField(stats, "busy_ns"), 700000);
   EXPECT_GE(JsonField(stats, "model_ns"), 700000);
-}
-
-TEST(TarloSim, RealTimingIsBusyInWallTime) {
-  Sim s("C22018", {{"TARLOSIM_TIMING", "real"}});
-  s.Wren();
-  s.Cmd(Sim::Addr(0x20, 0, 3));  // 45 ms
-  EXPECT_EQ(s.Status() & 1, 1);
-  usleep(60000);
-  EXPECT_EQ(s.Status() & 1, 0);
 }
 
 TEST(TarloSim, ProtectionBitsBlockUntilTheStatusRegisterIsCleared) {
@@ -335,34 +320,6 @@ TEST(TarloSim, TraceHasOneLinePerFrameAndEventsAsComments) {
   for (std::string l; std::getline(lines, l);) (l[0] == '#' ? events : frames).push_back(l);
   EXPECT_EQ(frames, (std::vector<std::string>{"05 FF", "9F FF FF FF"}));
   EXPECT_GE(events.size(), 5u);
-}
-
-TEST(TarloSim, StatsCountTheWork) {
-  Sim s;
-  s.Wren();
-  s.Program(0, Bytes(256, 0));
-  s.Status();
-  s.Wren();
-  s.Cmd(Sim::Addr(0x20, 0x1000, 3));
-  s.Wren();
-  s.Cmd({0xC7});
-  TARLOARM_Close();
-  const std::string j = ReadFile(s.dir + "/stats.json");
-  // Counters run for the whole process: compare with a second session.
-  const long frames = JsonField(j, "frames"), programs = JsonField(j, "page_programs");
-  s.Open();
-  s.Wren();
-  s.Program(0, Bytes(256, 0));
-  s.Status();
-  TARLOARM_Close();
-  const std::string k = ReadFile(s.dir + "/stats.json");
-  EXPECT_EQ(JsonField(k, "frames") - frames, 3);
-  EXPECT_EQ(JsonField(k, "page_programs") - programs, 1);
-  EXPECT_GE(JsonField(k, "sector_erases"), 1);
-  EXPECT_GE(JsonField(k, "chip_erases"), 1);
-  EXPECT_GE(JsonField(k, "status_reads"), 2);
-  for (const char* key : {"bytes_out", "bytes_in", "bus_ns", "busy_ns", "model_ns"})
-    EXPECT_GE(JsonField(k, key), 0) << key;
 }
 
 // The program's page job list: WREN, header, data, status opcode, poll.
