@@ -41,16 +41,12 @@ RunResult RunIn(const TempDir& dir, const std::vector<std::string>& args) {
   return RunProgram(args, dir.path(), {"HOME=" + dir.path()});
 }
 
-bool Contains(const std::string& haystack, const std::string& needle) {
-  return haystack.find(needle) != std::string::npos;
-}
-
 // Output without the lines whose figures change from run to run.
 std::string WithoutTimings(const std::string& out) {
   std::istringstream in(StripCR(out));
   std::string line, result;
   while (std::getline(in, line)) {
-    if (!Contains(line, "Completed after")) result += line + "\n";
+    if (line.find("Completed after") == std::string::npos) result += line + "\n";
   }
   return result;
 }
@@ -60,8 +56,8 @@ TEST(CommandLine, NoArgumentsPrintsBannerAndHelp) {
   const RunResult r = RunIn(dir, {});
   EXPECT_EQ(r.exitStatus, 0);
   EXPECT_EQ(r.out.rfind("Valmik Pellam SPI V6.80 Command Line Version\r\nTarloARM.dll V", 0), 0u) << r.out;
-  EXPECT_TRUE(Contains(r.out, " (DLL compiled ")) << r.out;
-  EXPECT_TRUE(Contains(r.out, kHelp)) << r.out;   // shutdown may report after it
+  EXPECT_TRUE(Has(r, " (DLL compiled ")) << r.out;
+  EXPECT_TRUE(Has(r, kHelp)) << r.out;   // shutdown may report after it
 }
 
 TEST(CommandLine, HelpOptions) {
@@ -69,7 +65,7 @@ TEST(CommandLine, HelpOptions) {
   for (const char* option : {"-help", "-?", "?", "-HELP"}) {
     const RunResult r = RunIn(dir, {option});
     EXPECT_EQ(r.exitStatus, 0) << option;
-    EXPECT_TRUE(Contains(r.out, kHelp)) << option;
+    EXPECT_TRUE(Has(r, kHelp)) << option;
   }
 }
 
@@ -132,7 +128,7 @@ TEST(CommandLine, SyntaxErrorsStopTheWalk) {
     const RunResult r = RunIn(dir, args);
     const std::string label = c.args[0] + (c.args.size() > 1 ? " " + c.args[1] : "");
     EXPECT_EQ(r.exitStatus, 255) << label << "\n" << r.out;
-    EXPECT_TRUE(Contains(r.out, "ERROR: " + c.message + "\n")) << label << "\n" << r.out;
+    EXPECT_TRUE(Has(r, "ERROR: " + c.message + "\n")) << label << "\n" << r.out;
     EXPECT_TRUE(dir.exists("before.log")) << label;
     EXPECT_FALSE(dir.exists("after.log")) << label;
   }
@@ -142,9 +138,9 @@ TEST(CommandLine, UnknownArgumentIsOnlyAWarning) {
   TempDir dir;
   const RunResult r = RunIn(dir, {"-bogus", "-pellamlogafter.log", "-Verify2", "-connectx"});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_TRUE(Contains(r.out, "WARNING: Unknown command line parameter -bogus found.\n")) << r.out;
-  EXPECT_TRUE(Contains(r.out, "WARNING: Unknown command line parameter -Verify2 found.\n")) << r.out;
-  EXPECT_TRUE(Contains(r.out, "WARNING: Unknown command line parameter -connectx found.\n")) << r.out;
+  EXPECT_TRUE(Has(r, "WARNING: Unknown command line parameter -bogus found.\n")) << r.out;
+  EXPECT_TRUE(Has(r, "WARNING: Unknown command line parameter -Verify2 found.\n")) << r.out;
+  EXPECT_TRUE(Has(r, "WARNING: Unknown command line parameter -connectx found.\n")) << r.out;
   EXPECT_TRUE(dir.exists("after.log"));
 }
 
@@ -179,15 +175,15 @@ TEST(CommandLine, GluedNameLengthLimit) {
   const std::string name257 = "d/" + std::string(251, 'm') + ".log";
   r = RunIn(dir, {"-pellamlog" + name257});
   EXPECT_EQ(r.exitStatus, 255);
-  EXPECT_TRUE(Contains(r.out, "CMDLINE_GetString: String to long\r\n")) << r.out;
-  EXPECT_TRUE(Contains(r.out, "ERROR: Missing command line parameter after option \"-pellamlog\".\n"));
+  EXPECT_TRUE(Has(r, "CMDLINE_GetString: String to long\r\n")) << r.out;
+  EXPECT_TRUE(Has(r, "ERROR: Missing command line parameter after option \"-pellamlog\".\n"));
   EXPECT_FALSE(dir.exists(name257));
 
   // At verbosity 0 the parser's own message is hidden; the error is not.
   r = RunIn(dir, {"-verbose0", "-pellamlog" + name257});
   EXPECT_EQ(r.exitStatus, 255);
-  EXPECT_FALSE(Contains(r.out, "String to long"));
-  EXPECT_TRUE(Contains(r.out, "ERROR: Missing command line parameter after option \"-pellamlog\".\n"));
+  EXPECT_FALSE(Has(r, "String to long"));
+  EXPECT_TRUE(Has(r, "ERROR: Missing command line parameter after option \"-pellamlog\".\n"));
 
   // The separate form takes the whole argument.
   r = RunIn(dir, {"-pellamlog", name257});
@@ -222,7 +218,8 @@ TEST(CommandLine, ConnectionChoiceReachesTheConnection) {
     TempDir dir;
     const RunResult r = RunIn(dir, c.args);
     EXPECT_NE(r.exitStatus, 255) << c.args[0];
-    EXPECT_TRUE(Contains(StripCR(r.out), std::string(c.announcement) + "\n")) << c.args[0] << "\n" << r.out;
+    EXPECT_NE(StripCR(r.out).find(std::string(c.announcement) + "\n"), std::string::npos)
+        << c.args[0] << "\n" << r.out;
   }
 }
 
@@ -238,12 +235,12 @@ TEST(CommandLine, VerbosityZeroSilencesTheLogButNotTheExitStatus) {
   TempDir dir;
   const RunResult quiet = RunIn(dir, {"-verbose0", "-open", "missing.hex"});
   EXPECT_EQ(quiet.exitStatus, 1) << quiet.out;
-  EXPECT_FALSE(Contains(quiet.out, "ERROR:")) << quiet.out;
-  EXPECT_FALSE(Contains(quiet.out, "missing.hex")) << quiet.out;
+  EXPECT_FALSE(Has(quiet, "ERROR:")) << quiet.out;
+  EXPECT_FALSE(Has(quiet, "missing.hex")) << quiet.out;
 
   const RunResult normal = RunIn(dir, {"-open", "missing.hex"});
   EXPECT_EQ(normal.exitStatus, 1) << normal.out;
-  EXPECT_TRUE(Contains(normal.out, "ERROR:")) << normal.out;
+  EXPECT_TRUE(Has(normal, "ERROR:")) << normal.out;
 }
 
 // The exit status is that of the last top-level operation.

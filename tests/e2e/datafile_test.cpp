@@ -11,11 +11,9 @@
 namespace {
 
 RunResult RunIn(const TempDir& dir, const std::vector<std::string>& args) {
-  return RunProgram(args, dir.path(), {"HOME=" + dir.path()});
-}
-
-bool Contains(const std::string& haystack, const std::string& needle) {
-  return haystack.find(needle) != std::string::npos;
+  RunResult r = RunProgram(args, dir.path(), {"HOME=" + dir.path()});
+  r.out = StripCR(r.out);
+  return r;
 }
 
 const char kFourBytesHex[] = ":0400000001020304F2\r\n:00000001FF\r\n";
@@ -25,16 +23,15 @@ TEST(DataFile, OpenHexSaveAsEveryFormat) {
   dir.write("in.hex", kFourBytesHex);
   const RunResult r = RunIn(dir, {"-open", "in.hex", "-saveas", "out.mot", "-saveas", "out.hex", "-saveas",
                                   "out.bin", "0x1-0x3", "-saveas", "out.c", "0x0-0x4"});
-  const std::string out = StripCR(r.out);
-  EXPECT_EQ(r.exitStatus, 0) << out;
-  EXPECT_TRUE(Contains(out, "Opening data file [in.hex] ...\n- Data file opened successfully (4 bytes, 1 range)\n"))
-      << out;
-  EXPECT_TRUE(Contains(out, "Saving data file [out.mot] ...\n- Data file saved successfully (4 bytes, 1 range)\n"))
-      << out;
+  EXPECT_EQ(r.exitStatus, 0) << r.out;
+  EXPECT_TRUE(Has(r, "Opening data file [in.hex] ...\n- Data file opened successfully (4 bytes, 1 range)\n"))
+      << r.out;
+  EXPECT_TRUE(Has(r, "Saving data file [out.mot] ...\n- Data file saved successfully (4 bytes, 1 range)\n"))
+      << r.out;
   EXPECT_EQ(dir.read("out.mot"), "S107000001020304EE\r\nS9030000FC\r\n");
   EXPECT_EQ(dir.read("out.hex"), kFourBytesHex);
   EXPECT_EQ(dir.read("out.bin"), "\x02\x03\x04");
-  EXPECT_TRUE(Contains(dir.read("out.c"), "_acout[0x5] = {\r\n  0x01, 0x02, 0x03, 0x04, 0xFF\r\n};"));
+  EXPECT_NE(dir.read("out.c").find("_acout[0x5] = {\r\n  0x01, 0x02, 0x03, 0x04, 0xFF\r\n};"), std::string::npos);
 }
 
 TEST(DataFile, BinaryAtBaseAddressAndPluralRanges) {
@@ -43,10 +40,9 @@ TEST(DataFile, BinaryAtBaseAddressAndPluralRanges) {
   dir.write("in.mot", "S1050000AABB95\nS1051000CCDD41\n");
   const RunResult r = RunIn(dir, {"-open", "in.bin", "0x08000000", "-saveas", "a.hex", "-open", "in.mot",
                                   "-saveas", "b.mot"});
-  const std::string out = StripCR(r.out);
-  EXPECT_EQ(r.exitStatus, 0) << out;
+  EXPECT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_EQ(dir.read("a.hex"), ":020000040800F2\r\n:020000000102FB\r\n:00000001FF\r\n");
-  EXPECT_TRUE(Contains(out, "Data file opened successfully (4 bytes, 2 ranges)")) << out;
+  EXPECT_TRUE(Has(r, "Data file opened successfully (4 bytes, 2 ranges)")) << r.out;
   EXPECT_EQ(dir.read("b.mot"), "S1050000AABB95\r\nS1051000CCDD41\r\nS9030000FC\r\n");
 }
 
@@ -68,10 +64,9 @@ TEST(DataFile, FailedOpenKeepsPreviousImage) {
     dir.write("good.hex", kFourBytesHex);
     if (c.contents != "-") dir.write(c.file, c.contents);
     const RunResult r = RunIn(dir, {"-open", "good.hex", "-open", c.file});
-    const std::string out = StripCR(r.out);
-    EXPECT_EQ(r.exitStatus, 1) << c.file << "\n" << out;
-    EXPECT_TRUE(Contains(out, c.message + "\n")) << c.file << "\n" << out;
-    EXPECT_TRUE(Contains(out, "ERROR: Failed to open data file\n")) << c.file << "\n" << out;
+    EXPECT_EQ(r.exitStatus, 1) << c.file << "\n" << r.out;
+    EXPECT_TRUE(Has(r, c.message + "\n")) << c.file << "\n" << r.out;
+    EXPECT_TRUE(Has(r, "ERROR: Failed to open data file\n")) << c.file << "\n" << r.out;
     const RunResult s = RunIn(dir, {"-open", "good.hex", "-open", c.file, "-saveas", "kept.mot"});
     EXPECT_EQ(s.exitStatus, 0) << c.file;
     EXPECT_EQ(dir.read("kept.mot"), "S107000001020304EE\r\nS9030000FC\r\n") << c.file;
@@ -93,12 +88,11 @@ TEST(DataFile, FailedSaveReportsAndExitsOne) {
   };
   for (const auto& c : cases) {
     const RunResult r = RunIn(dir, {"-open", "in.hex", "-saveas", c.target});
-    const std::string out = StripCR(r.out);
-    EXPECT_EQ(r.exitStatus, 1) << c.target << "\n" << out;
-    EXPECT_TRUE(Contains(out, "Saving data file [" + c.target + "] ...\n")) << out;
-    EXPECT_TRUE(Contains(out, c.message)) << c.target << "\n" << out;
-    EXPECT_TRUE(Contains(out, "ERROR: Failed to save data file\n")) << out;
-    EXPECT_FALSE(Contains(out, "Data file saved successfully")) << out;
+    EXPECT_EQ(r.exitStatus, 1) << c.target << "\n" << r.out;
+    EXPECT_TRUE(Has(r, "Saving data file [" + c.target + "] ...\n")) << r.out;
+    EXPECT_TRUE(Has(r, c.message)) << c.target << "\n" << r.out;
+    EXPECT_TRUE(Has(r, "ERROR: Failed to save data file\n")) << r.out;
+    EXPECT_FALSE(Has(r, "Data file saved successfully")) << r.out;
   }
 }
 
@@ -108,7 +102,7 @@ TEST(DataFile, SaveWritesToTheLastNamedFile) {
   const RunResult r = RunIn(dir, {"-open", "in.hex", "-saveas", "one.s", "-save"});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_EQ(dir.read("one.s"), "S107000001020304EE\r\nS9030000FC\r\n");
-  EXPECT_TRUE(Contains(StripCR(r.out), "Saving data file [one.s] ...\n- Data file saved successfully (4 bytes, 1 range)\n"
+  EXPECT_TRUE(Has(r, "Saving data file [one.s] ...\n- Data file saved successfully (4 bytes, 1 range)\n"
                                        "Saving data file [one.s] ...\n"))
       << r.out;
 }

@@ -23,11 +23,7 @@ struct Probe {
   std::vector<std::string> calls;     // everything but transfers, in order
   std::vector<Transfer> transfers;
   std::deque<uint8_t> readData;       // answers for reads; 0xFF when empty
-  int selectBySnResult = 0;
-  const char* openError = nullptr;
-  uint32_t tifMask = 1u << 5;
   uint16_t vtarget = 3300;
-  int serialNumber = 123456;
   bool supplyWorks = true;            // "SupplyPower = 1" raises the target to 3.3 V
   bool suppliesPower = false;         // "SupplyPower = 1" seen
 };
