@@ -57,13 +57,6 @@ class ScopedEnv {
   std::string old_;
 };
 
-void WriteFile(const std::string& path, const std::string& text) {
-  int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  ASSERT_GE(fd, 0);
-  ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-  close(fd);
-}
-
 // Runs `body` in a child process and returns its exit status.
 template <typename F>
 int InChild(F body) {
@@ -215,7 +208,7 @@ TEST(SysEvent, AutoResetAndTimeout) {
 TEST(SysFile, WriteLockBetweenProcesses) {
   TempDir dir;
   const std::string path = dir.file("locked.bin");
-  WriteFile(path, "data");
+  dir.write("locked.bin", "data");
   int fd = SYS_FILE_Open(path.c_str(), SYS_FILE_FLAG_WRITE, 0, 0);
   ASSERT_GE(fd, 0);
   // Another process asking for exclusive write is refused; one that lets
@@ -240,7 +233,7 @@ TEST(SysFile, RetriesWaitBetweenAttempts) {
   // The file appearing during the retries is picked up.
   std::thread maker([&] {
     SYS_Sleep(120);
-    WriteFile(missing, "x");
+    dir.write("missing", "x");
   });
   int fd = SYS_FILE_Open(missing.c_str(), SYS_FILE_READ_FLAGS, 10, 50);
   maker.join();
@@ -326,7 +319,7 @@ TEST(SysFile, CreateDirRecursiveFollowsLinks) {
   EXPECT_EQ(SYS_CreateDirRecursive(dir.file("link/a/b/").c_str()), 0);
   EXPECT_TRUE(fs::is_directory(dir.file("real/a/b")));
   EXPECT_EQ(SYS_CreateDirRecursive(dir.file("link").c_str()), 0);
-  WriteFile(dir.file("file"), "x");
+  dir.write("file", "x");
   EXPECT_EQ(SYS_CreateDirRecursive(dir.file("file").c_str()), -1);
   EXPECT_EQ(SYS_CreateDirRecursive(dir.file("file/sub").c_str()), -1);
   // Deeper than the recursion allows.
