@@ -211,7 +211,6 @@ TEST(CommandLine, ConnectionChoiceReachesTheConnection) {
       {{"-usb4", "-connect"}, "Connecting via USB to Tarlo with SN 4"},
       {{"-usb0x20", "-connect"}, "Connecting via USB to Tarlo with SN 32"},
       {{"-select", "USB=0x1F", "-connect"}, "Connecting via USB to Tarlo with SN 31"},
-      {{"-select", "IP=", "-connect"}, "Connecting via TCP/IP to localhost"},
       {{"-ip 10.1.2.3", "-connect"}, "Connecting via TCP/IP to 10.1.2.3"},
   };
   for (const Case& c : cases) {

@@ -108,40 +108,29 @@ TEST(HexReader, RecordsAndQuirks) {
 // Blank lines are only skipped where a record follows a refill of the
 // input buffer, which is every record of a short file.
 TEST(HexReader, BlankLineAcceptedOnlyAfterRefill) {
-  std::string records;
-  for (int i = 0; i < 40; i++) {
-    char line[64];
-    std::snprintf(line, sizeof line, ":01%04X00%02X%02X\r\n", i, i, (0x100 - ((1 + i + i) & 0xFF)) & 0xFF);
-    records += line;
-  }
-  ASSERT_GT(records.size(), 500u);
-  const std::string first = records.substr(0, 15);
-  const std::string rest = records.substr(15);
-  TempDir d;
-  {
-    Image im;  // long file with an empty line after the first record
-    std::string longer = first + "\r\n" + rest;
-    std::string tail;
-    for (int i = 40; i < 80; i++) {
+  // One-byte records at addresses from..to-1.
+  auto records = [](int from, int to) {
+    std::string text;
+    for (int i = from; i < to; i++) {
       char line[64];
       std::snprintf(line, sizeof line, ":01%04X00%02X%02X\r\n", i, i, (0x100 - ((1 + i + i) & 0xFF)) & 0xFF);
-      tail += line;
+      text += line;
     }
-    longer += tail;
-    ASSERT_GT(longer.size(), 1000u);
-    const Loaded got = LoadHex(d, longer, im);
-    EXPECT_EQ(got.result, -5);
-    EXPECT_EQ(got.error, "Error in line 2: Unexpected character (Expected: :, Found: \r)");
-    Image ok;
-    EXPECT_EQ(LoadHex(d, first + rest + tail, ok).result, 0);
-    EXPECT_EQ(ok.Layout(), "0:50");
-  }
-  {
-    Image im;  // short file: every record follows a refill
-    const Loaded got = LoadHex(d, first + "\r\n" + rest, im);
-    EXPECT_EQ(got.result, 0) << got.error;
-    EXPECT_EQ(got.layout, "0:28");
-  }
+    return text;
+  };
+  const std::string first = records(0, 1), rest = records(1, 40), tail = records(40, 80);
+  TempDir d;
+  Image im;  // long file with an empty line after the first record
+  const Loaded got = LoadHex(d, first + "\r\n" + rest + tail, im);
+  EXPECT_EQ(got.result, -5);
+  EXPECT_EQ(got.error, "Error in line 2: Unexpected character (Expected: :, Found: \r)");
+  Image ok;
+  EXPECT_EQ(LoadHex(d, first + rest + tail, ok).result, 0);
+  EXPECT_EQ(ok.Layout(), "0:50");
+  Image shortFile;  // every record follows a refill
+  const Loaded fine = LoadHex(d, first + "\r\n" + rest, shortFile);
+  EXPECT_EQ(fine.result, 0) << fine.error;
+  EXPECT_EQ(fine.layout, "0:28");
 }
 
 TEST(HexWriter, ExactOutput) {
