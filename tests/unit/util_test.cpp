@@ -314,40 +314,31 @@ TEST(UtilCopyAPIStruct, SizesDecideTheCopy) {
     uint8_t data[4100];
   };
   static Rec src, dst;
-  auto Reset = [](uint32_t srcSize, uint32_t dstSize) {
+  struct Case {
+    uint32_t srcSize, dstSize;
+    int copied, zeroedTo;  // data bytes taken from the source, then zeros up to zeroedTo
+  };
+  const Case cases[] = {
+      {16, 4, 0, 0},            // only the size field: nothing copied
+      {8, 16, 4, 12},           // shorter source: its bytes, then zeros
+      {100, 12, 8, 8},          // longer source: cut at the destination size
+      {16, 4102, 0, 0},         // refused silently: too large,
+      {16, 4104, 0, 0},
+      {16, 15, 0, 0},           // or not a multiple of 4
+      {4100, 4100, 4096, 4096}, // the largest accepted record
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.srcSize << " into " << c.dstSize);
     std::memset(&src, 0xAA, sizeof src);
     std::memset(&dst, 0x55, sizeof dst);
-    src.size = srcSize;
-    dst.size = dstSize;
-  };
-  // Destination of 4 bytes: only the size field, nothing copied.
-  Reset(16, 4);
-  UTIL_CopyAPIStruct(&dst, &src, "REC");
-  EXPECT_EQ(dst.data[0], 0x55);
-  EXPECT_EQ(dst.size, 4u);
-  // Shorter source: its bytes, then zeros up to the destination size.
-  Reset(8, 16);
-  UTIL_CopyAPIStruct(&dst, &src, "REC");
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(dst.data[i], 0xAA) << i;
-  for (int i = 4; i < 12; ++i) EXPECT_EQ(dst.data[i], 0) << i;
-  EXPECT_EQ(dst.data[12], 0x55);
-  EXPECT_EQ(dst.size, 16u);
-  // Longer source: cut at the destination size.
-  Reset(100, 12);
-  UTIL_CopyAPIStruct(&dst, &src, "REC");
-  for (int i = 0; i < 8; ++i) EXPECT_EQ(dst.data[i], 0xAA) << i;
-  EXPECT_EQ(dst.data[8], 0x55);
-  // Refused silently: too large, or not a multiple of 4.
-  for (uint32_t bad : {4102u, 4104u, 15u}) {
-    Reset(16, bad);
+    src.size = c.srcSize;
+    dst.size = c.dstSize;
     UTIL_CopyAPIStruct(&dst, &src, "REC");
-    EXPECT_EQ(dst.data[0], 0x55) << bad;
+    EXPECT_EQ(dst.size, c.dstSize);
+    for (int i = 0; i < c.copied; ++i) ASSERT_EQ(dst.data[i], 0xAA) << i;
+    for (int i = c.copied; i < c.zeroedTo; ++i) ASSERT_EQ(dst.data[i], 0) << i;
+    EXPECT_EQ(dst.data[c.zeroedTo], 0x55);
   }
-  // The largest accepted record.
-  Reset(4100, 4100);
-  UTIL_CopyAPIStruct(&dst, &src, "REC");
-  EXPECT_EQ(dst.data[4095], 0xAA);
-  EXPECT_EQ(dst.data[4096], 0x55);
 }
 
 }  // namespace
