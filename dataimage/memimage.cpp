@@ -485,35 +485,22 @@ int32_t MEMIMAGE_GetBlock(MemImage* image, uint32_t from, uint32_t to, uint32_t 
                           uint32_t startAlignShift, uint32_t endAlignShift) {
   if (image == nullptr || to < from || maxLength <= 0) return 0;
   // 1. The first range meeting [from, to].
-  MemRange* r;
-  int32_t index;
-  if (image->cursorIndex >= 0 && image->cursorRange != nullptr && image->cursorRange->start <= from) {
-    r = image->cursorRange;
-    index = image->cursorIndex;
-  } else {
-    r = image->first;
-    index = 0;
-  }
+  MemRange* r = Seek(image, from);
+  if (r == nullptr) return 0;
   uint64_t bs = 0;
   uint64_t len = 0;
-  for (; r != nullptr; r = r->next, index++) {
-    image->cursorIndex = index;
-    image->cursorRange = r;
-    const uint32_t rLast = LastOf(r);
-    if (rLast < from) continue;
-    if (r->start <= from) {
-      bs = from;
-      len = uint64_t(rLast < to ? rLast : to) - from + 1;
-    } else if (rLast <= to) {
-      bs = r->start;
-      len = r->size;
-    } else if (to > r->start) {
-      // The partial block needs `to` strictly above the range start: a
-      // single byte at `to` of a longer range is not returned.
-      bs = r->start;
-      len = uint64_t(to) + 1 - r->start;
-    }
-    break;
+  const uint32_t rLast = LastOf(r);
+  if (r->start <= from) {
+    bs = from;
+    len = uint64_t(rLast < to ? rLast : to) - from + 1;
+  } else if (rLast <= to) {
+    bs = r->start;
+    len = r->size;
+  } else if (to > r->start) {
+    // The partial block needs `to` strictly above the range start: a
+    // single byte at `to` of a longer range is not returned.
+    bs = r->start;
+    len = uint64_t(to) + 1 - r->start;
   }
   if (len == 0) return 0;
   MemRange* found = r;
