@@ -400,7 +400,12 @@ int AutoWork(MemImage* image) {
   // Read back what the data touches.
   ImagePtr readBack(ReadOp(false, "Reading affected sectors ...", [&](MemImage* r) {
     const uint32_t runs = FLASHOPS_CountRuns(touched.get(), numSectors);
-    Info("%d of %d sectors affected, %d range%s", (int)marked, (int)numSectors, (int)runs, Plural(runs));
+    char list[512] = "";
+    uint32_t index = 0, first = 0, last = 0;
+    while (FLASHOPS_NextRun(touched.get(), numSectors, &index, &first, &last)) {
+      FLASHOPS_AppendRange(list, sizeof list, first << shift, ((last + 1) << shift) - 1);
+    }
+    Info("%d of %d sectors affected, %d range%s%s", (int)marked, (int)numSectors, (int)runs, Plural(runs), list);
     ReadFlagged(r, fp, touched.get(), numSectors);
   }));
   if (!readBack || LOG_HasError()) return kWorkDone;

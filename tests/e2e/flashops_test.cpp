@@ -195,8 +195,9 @@ TEST(FlashOps, AutoTouchesOnlyWhatChanges) {
   b.dir.write("d.bin", image);
   b.SetFlash(0, Bytes(2 * kSector, '\0'));   // sectors 0-1 hold old data, 2-3 are blank
 
-  RunResult first = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"});
+  RunResult first = b.Run({"-verbose9", "-open", b.dir.file("d.bin"), "0x0", "-auto"});
   ASSERT_EQ(first.exitStatus, 0) << first.out;
+  EXPECT_TRUE(Has(first, "- 4 of 256 sectors affected, 1 range, 0x0 - 0x3FFFF\n")) << first.out;
   EXPECT_TRUE(Has(first, "Target erased, programmed and verified successfully.")) << first.out;
   std::vector<uint32_t> erased;
   for (const Frame& f : b.FramesWith(0xD8, 4)) erased.push_back(AddrOf(f, 3));
