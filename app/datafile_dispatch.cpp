@@ -26,11 +26,11 @@ bool IsBinExt(const char* ext) { return IsExt(ext, ".bin") || IsExt(ext, ".raw")
 
 const char* Plural(uint32_t n) { return n == 1 ? "" : "s"; }
 
-// Ends the current operation as failed with the failure line.
+// Reports the complaint and ends the operation with the failure line, which
+// the reported error keeps from being shown.
 void FailOp(const char* complaint, const char* fallback, const char* failure) {
   LOG_ReportError(complaint[0] != '\0' ? complaint : fallback);
-  LOG_ReportError(failure);
-  LOG_Pop();
+  LOG_EndOp(failure);
 }
 
 }  // namespace
@@ -57,8 +57,7 @@ int DATAFILE_Open(const char* path, int32_t baseAddress) {
     LastBinBaseAddress = baseAddress;
     if (baseAddress < 0) {
       MEMIMAGE_Delete(image);
-      LOG_ReportError("Failed to open data file");
-      LOG_Pop();
+      LOG_EndOp("Failed to open data file");
       return 0;
     }
     r = DATAFILE_ReadBin(image, path, complaint, sizeof complaint, static_cast<uint32_t>(baseAddress));
@@ -92,8 +91,7 @@ int DATAFILE_Save(MemImage* image, const char* path, int32_t startAddress, int32
   const bool windowed = IsBinExt(ext) || IsExt(ext, ".c");
   if (windowed) {
     if (startAddress < 0 || endAddress < 0) {
-      LOG_ReportError("Failed to save data file");
-      LOG_Pop();
+      LOG_EndOp("Failed to save data file");
       return 0;
     }
     LastSaveStart = startAddress;
