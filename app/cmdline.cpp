@@ -454,6 +454,14 @@ int OptIp(Walk&, const char* arg, size_t n) {
 }
 
 int OptSpeed(Walk& w, const char* arg, size_t n) {
+  // The sequence record is large; it holds the interface speed. It is
+  // copied before the value is parsed, so a missing project is reported first.
+  std::unique_ptr<ProjectSequences> block(new (std::nothrow) ProjectSequences);
+  if (block == nullptr) {
+    LOG_Error("Out of memory");
+    return 0;
+  }
+  PROJECT_GetSequences(block.get());
   const char* c = TakeValue(w, arg, n);
   if (c == nullptr) {
     LOG_Error("Missing command line parameter after option \"-speed\".\n");
@@ -464,13 +472,6 @@ int OptSpeed(Walk& w, const char* arg, size_t n) {
     LOG_Error("%s after option \"-speed\".\n", w.parseError);
     return -1;
   }
-  // The sequence record is large; it holds the interface speed.
-  std::unique_ptr<ProjectSequences> block(new (std::nothrow) ProjectSequences);
-  if (block == nullptr) {
-    LOG_Error("Out of memory");
-    return 0;
-  }
-  PROJECT_GetSequences(block.get());
   block->Speed0 = speed;
   PROJECT_SetSequences(block.get());
   return 0;

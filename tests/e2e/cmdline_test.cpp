@@ -117,6 +117,8 @@ TEST(CommandLine, SyntaxErrorsStopTheWalk) {
       {{"-select", "USB123"}, "Invalid value for option \"-select\" found."},
       {{"-speed"}, "Missing command line parameter after option \"-speed\".", true},
       {{"-speedfast"}, decimal + " after option \"-speed\"."},
+      {{"-openprjnone.pellam", "-speedfast"},  // the project's block is copied before the value is read
+       "No project file opened.\nERROR: " + decimal + " after option \"-speed\"."},
       {{"-verbose"}, "Missing command line parameter after option \"-verbose\".", true},
       {{"-verbose", "0x"}, hex + " after option \"-verbose\"."},
   };
