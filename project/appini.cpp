@@ -43,11 +43,24 @@ void Report(const char* text) {
   if (a.errorOut != nullptr) a.errorOut(text);
 }
 
+// The reason is chosen by the error number as it stands. The numbers are
+// those of another platform's error list, so here a missing file (2) gets its
+// own reason while a refused permission (13) falls to the last one; kept so.
 void FileError(const char* verb, bool saving) {
+  const char* reason;
+  switch (SYS_GetLastError()) {
+    case 2: reason = "File not found!"; break;
+    case 3: reason = "Path not found!"; break;
+    case 5:
+      reason = saving && SYS_FILE_IsReadOnly(a.fileName) == 1 ? "File has read only attribute!"
+                                                              : "Access is denied!";
+      break;
+    case 15: reason = "Invalid drive!"; break;
+    case 123: reason = "Filename syntax is incorrect!"; break;
+    default: reason = "Invalid file handle!"; break;
+  }
   char msg[1024];
-  const int code = SYS_GetLastError();
-  SETTINGS_FileMessage(msg, sizeof msg, verb, a.fileName, code,
-                       saving && SYS_FILE_IsReadOnly(a.fileName) == 1);
+  UTIL_snprintf(msg, sizeof msg, "Could not %s file [%s]\n%s", verb, a.fileName, reason);
   Report(msg);
 }
 

@@ -272,6 +272,11 @@ TEST(AppSettings, CaseSensitiveStoreWrittenAfterEveryChange) {
   APPINI_SetFile(path.c_str(), [](const char* text) { reported = text; });
   EXPECT_EQ(-1, APPINI_GetU32("PROJECT", "Bad", &u));  // only "0x" numbers
   EXPECT_EQ("Error while parsing subkey \"Bad\" in settings file. Syntax error.", reported);
+  // File errors go by the error number as it stands: "not a directory" (20) is no "Path not found!".
+  const std::string under = path + "/app.ini";
+  APPINI_SetFile(under.c_str(), [](const char* text) { reported = text; });
+  EXPECT_EQ(-1, APPINI_SetDec("PROJECT", "N", 1));
+  EXPECT_EQ("Could not save file [" + under + "]\nInvalid file handle!", reported);
   APPINI_SetFile("", nullptr);
   EXPECT_EQ(-1, APPINI_SetDec("PROJECT", "N", 1));  // no file: the write has no effect
   unlink(path.c_str());
