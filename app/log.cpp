@@ -97,10 +97,9 @@ void ShowIndented(const char* prefix, const char* text, size_t textLength, LineK
     return;
   }
   char* out = line.p;
-  if (LinePending) {
-    *out++ = '\n';
-    LinePending = false;
-  }
+  // The pending line is ended by a write of its own, so its line feed becomes
+  // CR LF whatever the new line holds.
+  if (LinePending) LOG_EndLine();
   if (OpIndent >= 1) {
     for (uint32_t i = 1; i < OpIndent; i++) {
       *out++ = ' ';

@@ -92,9 +92,11 @@ TEST_F(LogTest, PendingPartialLineIsEndedBeforeTheNextLine) {
     LOG_OutPart("x");
     LOG_EndLine();
     LOG_EndLine();   // nothing pending: no output
+    LOG_OutPart("y");
+    LOG_Info("z\r\n");  // its CR LF does not keep the pending line's end bare
     LOG_EndOp("done");
   });
-  EXPECT_EQ(out, "Op\r\n- Progress...\r\n- next\r\n- x\r\n- done\r\n");
+  EXPECT_EQ(out, "Op\r\n- Progress...\r\n- next\r\n- x\r\n- y\r\n- z\r\n\r\n- done\r\n");
 }
 
 // Which calls show their line at which depth, per verbosity.
