@@ -124,8 +124,15 @@ uint32_t SkipBlanks(uint32_t p) {
   while (p < a.length && IsBlank(a.text[p])) ++p;
   return p;
 }
+// Position just after the line break that ends the line at `e` (one CR LF,
+// CR or LF; empty lines after it are lines of their own).
+uint32_t PastBreak(uint32_t e) {
+  if (e < a.length && a.text[e] == '\r') ++e;
+  if (e < a.length && a.text[e] == '\n') ++e;
+  return e;
+}
 
-// Position after the header line of the section, or kNotFound.
+// Position just after the header line of the section, or kNotFound.
 uint32_t FindSection(const char* section) {
   const size_t n = strlen(section);
   for (uint32_t p = NextLine(0); p < a.length;) {
@@ -133,7 +140,7 @@ uint32_t FindSection(const char* section) {
     const uint32_t e = LineEnd(p);
     if (a.text[q] == '[' && e - q > n + 1 && strncmp(a.text + q + 1, section, n) == 0 &&
         a.text[q + 1 + n] == ']') {
-      return NextLine(e);
+      return PastBreak(e);
     }
     p = NextLine(e);
   }
@@ -191,7 +198,7 @@ void ParseError(const char* key) {
 int Put(const char* section, const char* key, const char* line) {
   if (section == nullptr || key == nullptr || !Load()) return -1;
   const uint32_t old = FindKey(section, key);
-  if (old != kNotFound) Splice(old, NextLine(LineEnd(old)) - old, "", 0);
+  if (old != kNotFound) Splice(old, PastBreak(LineEnd(old)) - old, "", 0);
   uint32_t at = FindSection(section);
   if (at == kNotFound) {
     char head[300];

@@ -272,6 +272,15 @@ TEST(AppSettings, CaseSensitiveStoreWrittenAfterEveryChange) {
   APPINI_SetFile(path.c_str(), [](const char* text) { reported = text; });
   EXPECT_EQ(-1, APPINI_GetU32("PROJECT", "Bad", &u));  // only "0x" numbers
   EXPECT_EQ("Error while parsing subkey \"Bad\" in settings file. Syntax error.", reported);
+  // A write takes out only the key's line and puts the new one directly after the header.
+  { std::ofstream(path, std::ios::binary) << "[PROJECT]\r\n\r\nN = 7\r\n\r\nM = 1\r\n"; }
+  APPINI_SetFile("", nullptr);
+  APPINI_SetFile(path.c_str(), nullptr);
+  EXPECT_EQ(0, APPINI_SetDec("PROJECT", "N", 8));
+  EXPECT_EQ("[PROJECT]\r\nN = 8\r\n\r\n\r\nM = 1\r\n", ReadFile(path));
+  EXPECT_EQ(0, APPINI_GetDec("PROJECT", "M", &d));
+  EXPECT_EQ(1, d);
+
   // File errors go by the error number as it stands: "not a directory" (20) is no "Path not found!".
   const std::string under = path + "/app.ini";
   APPINI_SetFile(under.c_str(), [](const char* text) { reported = text; });
