@@ -134,6 +134,19 @@ void PrependTo(MemImage* image, MemRange* prev, MemRange* r, uint32_t s, uint32_
   if (prev != nullptr) JoinNext(image, prev);
 }
 
+// Cuts a range down to its first headSize bytes, giving the buffer back
+// down to that size.
+void KeepHead(MemRange* r, uint32_t headSize) {
+  if (r->data != nullptr) {
+    uint8_t* p = static_cast<uint8_t*>(std::malloc(headSize));
+    if (p != nullptr) std::memcpy(p, r->data, headSize);
+    std::free(r->data);
+    r->data = p;
+    r->allocated = p != nullptr ? headSize : 0;
+  }
+  r->size = headSize;
+}
+
 // Finds the range holding `address` (or the first range after it), moving
 // the cursor. Returns null when no range ends at or after the address.
 MemRange* Seek(MemImage* image, uint32_t address) {
@@ -379,26 +392,12 @@ void MEMIMAGE_RemoveArea(MemImage* image, uint32_t a, uint32_t b) {
         if (image->last == r) image->last = t;
         image->rangeCount++;
       }
-      if (r->data != nullptr) {
-        uint8_t* p = static_cast<uint8_t*>(std::malloc(headSize));
-        if (p != nullptr) std::memcpy(p, r->data, headSize);
-        std::free(r->data);
-        r->data = p;
-        r->allocated = p != nullptr ? headSize : 0;
-      }
-      r->size = headSize;
+      KeepHead(r, headSize);
       next = r->next;
     } else if (r->start < a && rLast >= a && rLast <= b) {
       // Begins before, ends inside: keep the head.
       const uint32_t headSize = a - r->start;
-      if (r->data != nullptr) {
-        uint8_t* p = static_cast<uint8_t*>(std::malloc(headSize));
-        if (p != nullptr) std::memcpy(p, r->data, headSize);
-        std::free(r->data);
-        r->data = p;
-        r->allocated = p != nullptr ? headSize : 0;
-      }
-      r->size = headSize;
+      KeepHead(r, headSize);
     }
     prev = r;
     r = next;
