@@ -2,6 +2,7 @@
 // pins, speed, the SPI transfer and batch functions, the library log, and the
 // files the simulator keeps (contents, trace, stats).
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -40,6 +41,9 @@ struct Config {
   Faults faults;
   bool noSpi = false, noBatch = false, batchNoMem = false, batchUnsupported = false, ipUnreachable = false;
   long dropAfter = -1;
+  // The first setting that does not parse; the probe then refuses to open,
+  // so a misspelt fault never lets a test pass without it.
+  std::string error;
 };
 
 std::string Env(const char* name, const char* def, bool* set = nullptr) {
@@ -48,29 +52,106 @@ std::string Env(const char* name, const char* def, bool* set = nullptr) {
   return v ? v : def;
 }
 
-uint32_t ParseSize(const std::string& s) {
+// A whole unsigned number, at most max: by default as C writes it (decimal,
+// 0x hex, leading-0 octal). `rest` takes what follows it, else nothing may.
+bool ParseNumber(const std::string& s, uint64_t max, uint64_t& v, std::string* rest = nullptr, int base = 0) {
+  if (s.empty() || !std::isdigit(static_cast<unsigned char>(s[0]))) return false;
+  errno = 0;
   char* end = nullptr;
-  unsigned long long v = std::strtoull(s.c_str(), &end, 0);
-  if (end && (*end == 'K' || *end == 'k')) v <<= 10;
-  else if (end && (*end == 'M' || *end == 'm')) v <<= 20;
-  else if (end && (*end == 'G' || *end == 'g')) v <<= 30;
-  return v > 0xFFFFFFFFull ? 0 : static_cast<uint32_t>(v);
+  const unsigned long long n = std::strtoull(s.c_str(), &end, base);
+  if (errno != 0 || n > max || end == s.c_str()) return false;
+  const std::string tail(end);
+  if (rest) *rest = tail;
+  else if (!tail.empty()) return false;
+  v = n;
+  return true;
+}
+
+bool ParseSize(const std::string& s, uint32_t& size) {
+  uint64_t v = 0;
+  std::string rest;
+  if (!ParseNumber(s, 0xFFFFFFFFull, v, &rest) || rest.size() > 1) return false;
+  if (!rest.empty()) {
+    const char u = static_cast<char>(std::toupper(static_cast<unsigned char>(rest[0])));
+    const int shift = u == 'K' ? 10 : u == 'M' ? 20 : u == 'G' ? 30 : -1;
+    if (shift < 0) return false;
+    v <<= shift;
+  }
+  if (v == 0 || v > 0xFFFFFFFFull) return false;
+  size = static_cast<uint32_t>(v);
+  return true;
+}
+
+std::string Trim(const std::string& s) {
+  const size_t a = s.find_first_not_of(" \t");
+  if (a == std::string::npos) return "";
+  return s.substr(a, s.find_last_not_of(" \t") + 1 - a);
+}
+
+// The comma-separated items of a list setting, blanks around them removed,
+// empty items left out.
+std::vector<std::string> Items(const std::string& list) {
+  std::vector<std::string> r;
+  for (size_t p = 0; p <= list.size();) {
+    size_t q = list.find(',', p);
+    if (q == std::string::npos) q = list.size();
+    std::string one = Trim(list.substr(p, q - p));
+    if (!one.empty()) r.push_back(one);
+    p = q + 1;
+  }
+  return r;
+}
+
+// One fault of TARLOSIM_FAULT; false when it is not one we know.
+bool ParseFault(const std::string& one, Config& c) {
+  if (one == "no-spi") c.noSpi = true;
+  else if (one == "erase-timeout") c.faults.eraseTimeout = true;
+  else if (one == "program-timeout") c.faults.programTimeout = true;
+  else if (one == "protected") c.faults.isProtected = true;
+  else if (one == "no-batch") c.noBatch = true;
+  else if (one == "batch-nomem") c.batchNoMem = true;
+  else if (one == "batch-unsupported") c.batchUnsupported = true;
+  else if (one == "ip-unreachable") c.ipUnreachable = true;
+  else if (one.rfind("drop@", 0) == 0) {
+    uint64_t n = 0;
+    if (!ParseNumber(one.substr(5), 0x7FFFFFFF, n)) return false;
+    c.dropAfter = static_cast<long>(n);
+  } else if (one.rfind("stuck@", 0) == 0) {
+    uint64_t a = 0, bit = 0;
+    std::string rest;
+    if (!ParseNumber(one.substr(6), 0xFFFFFFFFull, a, &rest)) return false;
+    if (!rest.empty() && (rest[0] != ':' || rest.size() != 2 || rest[1] < '0' || rest[1] > '7')) return false;
+    if (!rest.empty()) bit = static_cast<uint64_t>(rest[1] - '0');
+    c.faults.stuck.push_back({static_cast<uint32_t>(a), static_cast<uint8_t>(1u << bit)});
+  } else {
+    return false;
+  }
+  return true;
 }
 
 Config ReadConfig() {
   Config c;
-  std::string chip = Env("TARLOSIM_CHIP", "C22018");
-  std::vector<uint8_t> id;
-  std::string hex;
-  for (char ch : chip)
-    if (std::isxdigit(static_cast<unsigned char>(ch))) hex += static_cast<char>(std::toupper(ch));
-  for (size_t i = 0; i + 1 < hex.size() && id.size() < 13; i += 2)
-    id.push_back(static_cast<uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-  if (id.size() >= 3) {
-    c.id = id;
-    c.chipHex = hex.substr(0, id.size() * 2);
+  auto bad = [&c](const char* name, const std::string& value, const std::string& why) {
+    if (c.error.empty()) c.error = std::string("Bad simulator setting ") + name + "=\"" + value + "\": " + why;
+  };
+  // An empty value means the default, as if the variable were not set.
+  const std::string chip = Env("TARLOSIM_CHIP", "");
+  if (!chip.empty()) {
+    bool hex = chip.size() % 2 == 0 && chip.size() >= 6 && chip.size() <= 26;
+    for (char ch : chip) hex = hex && std::isxdigit(static_cast<unsigned char>(ch));
+    if (!hex) {
+      bad("TARLOSIM_CHIP", chip, "not 3 to 13 bytes as hex digits");
+    } else {
+      c.chipHex.clear();
+      c.id.clear();
+      for (char ch : chip) c.chipHex += static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+      for (size_t i = 0; i < c.chipHex.size(); i += 2)
+        c.id.push_back(static_cast<uint8_t>(std::stoul(c.chipHex.substr(i, 2), nullptr, 16)));
+    }
   }
-  c.sizeOverride = ParseSize(Env("TARLOSIM_SIZE", "0"));
+  const std::string size = Env("TARLOSIM_SIZE", "");
+  if (!size.empty() && !ParseSize(size, c.sizeOverride))
+    bad("TARLOSIM_SIZE", size, "not a size in bytes from 1 to 4G - 1 (a number, K, M or G allowed after it)");
   c.flashPath = Env("TARLOSIM_FLASH", "");
   if (c.flashPath.empty()) {
     std::string home = Env("HOME", "");
@@ -79,41 +160,40 @@ Config ReadConfig() {
   }
   c.tracePath = Env("TARLOSIM_TRACE", "");
   c.statsPath = Env("TARLOSIM_STATS", "");
-  c.vtarget = std::atoi(Env("TARLOSIM_VTARGET", "3300").c_str());
+  const std::string vt = Env("TARLOSIM_VTARGET", "");
+  if (!vt.empty()) {
+    uint64_t v = 0;
+    bool digits = true;
+    for (char ch : vt) digits = digits && std::isdigit(static_cast<unsigned char>(ch));
+    if (!digits || !ParseNumber(vt, 0x7FFFFFFF, v, nullptr, 10))
+      bad("TARLOSIM_VTARGET", vt, "not a voltage in mV (a whole number)");
+    else
+      c.vtarget = static_cast<int>(v);
+  }
   bool snSet = false;
-  std::string sn = Env("TARLOSIM_SN", "", &snSet);
+  const std::string sn = Env("TARLOSIM_SN", "", &snSet);
   if (snSet) {
     c.serials.clear();
-    for (size_t p = 0; p < sn.size();) {
-      size_t q = sn.find(',', p);
-      if (q == std::string::npos) q = sn.size();
-      std::string one = sn.substr(p, q - p);
-      if (!one.empty()) c.serials.push_back(static_cast<uint32_t>(std::strtoul(one.c_str(), nullptr, 10)));
-      p = q + 1;
+    for (const std::string& one : Items(sn)) {
+      uint64_t v = 0;
+      bool digits = true;
+      for (char ch : one) digits = digits && std::isdigit(static_cast<unsigned char>(ch));
+      if (!digits || !ParseNumber(one, 0xFFFFFFFFull, v, nullptr, 10)) {
+        bad("TARLOSIM_SN", sn, "\"" + one + "\" is not a serial number");
+        break;
+      }
+      c.serials.push_back(static_cast<uint32_t>(v));
     }
   }
-  std::string t = Env("TARLOSIM_TIMING", "instant");
-  c.timing = t == "model" ? Timing::Model : t == "real" ? Timing::Real : Timing::Instant;
-  std::string f = Env("TARLOSIM_FAULT", "");
-  for (size_t p = 0; p < f.size();) {
-    size_t q = f.find(',', p);
-    if (q == std::string::npos) q = f.size();
-    std::string one = f.substr(p, q - p);
-    p = q + 1;
-    if (one == "no-spi") c.noSpi = true;
-    else if (one == "erase-timeout") c.faults.eraseTimeout = true;
-    else if (one == "program-timeout") c.faults.programTimeout = true;
-    else if (one == "protected") c.faults.isProtected = true;
-    else if (one == "no-batch") c.noBatch = true;
-    else if (one == "batch-nomem") c.batchNoMem = true;
-    else if (one == "batch-unsupported") c.batchUnsupported = true;
-    else if (one == "ip-unreachable") c.ipUnreachable = true;
-    else if (one.rfind("drop@", 0) == 0) c.dropAfter = std::strtol(one.c_str() + 5, nullptr, 0);
-    else if (one.rfind("stuck@", 0) == 0) {
-      char* end = nullptr;
-      uint32_t a = static_cast<uint32_t>(std::strtoul(one.c_str() + 6, &end, 0));
-      int bit = (end && *end == ':') ? std::atoi(end + 1) & 7 : 0;
-      c.faults.stuck.push_back({a, static_cast<uint8_t>(1u << bit)});
+  const std::string t = Env("TARLOSIM_TIMING", "");
+  if (t == "model") c.timing = Timing::Model;
+  else if (t == "real") c.timing = Timing::Real;
+  else if (!t.empty() && t != "instant") bad("TARLOSIM_TIMING", t, "not instant, model or real");
+  const std::string f = Env("TARLOSIM_FAULT", "");
+  for (const std::string& one : Items(f)) {
+    if (!ParseFault(one, c)) {
+      bad("TARLOSIM_FAULT", f, "unknown fault \"" + one + "\"");
+      break;
     }
   }
   return c;
@@ -189,6 +269,7 @@ struct Probe {
   std::string openError;
   std::string goneFaults;
   bool atexitSet = false;
+  int flashFd = -1;  // the contents file, open and locked while the probe is open
 
   void Configure() {
     cfg = ReadConfig();
@@ -206,69 +287,161 @@ Probe& P() {
   return *p;
 }
 
-bool LoadContents(Probe& p, uint32_t size, std::string& err) {
+std::string Reason(int e) { return std::strerror(e); }
+
+void MakeParentDirs(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos || slash == 0) return;
+  const std::string dir = path.substr(0, slash);
+  for (size_t i = 1; i <= dir.size(); i++)
+    if (i == dir.size() || dir[i] == '/') ::mkdir(dir.substr(0, i).c_str(), 0755);
+}
+
+void ReleaseContents(Probe& p) {
+  if (p.flashFd >= 0) ::close(p.flashFd);
+  p.flashFd = -1;
+}
+
+// The simulated probe is one device: its contents file stays open and locked
+// (flock, held by the kernel for the open file, so a killed process leaves
+// no lock behind) for as long as the probe is open. Another process that
+// opens the probe meanwhile is refused instead of writing over our changes.
+// `created`: the file did not exist and is ours, still empty.
+bool LockContents(Probe& p, bool& created, std::string& err) {
+  const std::string& path = p.cfg.flashPath;
+  for (int attempt = 0; attempt < 16; attempt++) {
+    created = false;
+    // Non-blocking, so a FIFO named as the contents file cannot hang us.
+    int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0 && errno == ENOENT) {
+      MakeParentDirs(path);
+      fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+      if (fd < 0 && errno == EEXIST) continue;  // someone else made it just now
+      if (fd < 0) {
+        err = "Cannot create the flash contents file " + path + ": " + Reason(errno);
+        return false;
+      }
+      created = true;
+    }
+    if (fd < 0) {
+      err = "Cannot read the flash contents file " + path + ": " + Reason(errno);
+      return false;
+    }
+    struct stat st{};
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+      const bool dir = S_ISDIR(st.st_mode);
+      ::close(fd);
+      err = "Cannot read the flash contents file " + path + ": " + (dir ? Reason(EISDIR) : "not a regular file");
+      return false;
+    }
+    if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+      const int e = errno;
+      ::close(fd);
+      if (e == EWOULDBLOCK)
+        err = "Cannot connect to the probe: the probe is in use by another program (its flash contents file " +
+              path + " is locked).";
+      else
+        err = "Cannot lock the flash contents file " + path + ": " + Reason(e);
+      return false;
+    }
+    // The holder before us may have written its file back (renamed a new one
+    // over it) between our open and our lock: then start again on the new one.
+    struct stat now{};
+    if (::stat(path.c_str(), &now) != 0 || now.st_dev != st.st_dev || now.st_ino != st.st_ino) {
+      ::close(fd);
+      continue;
+    }
+    ::fcntl(fd, F_SETFL, 0);
+    p.flashFd = fd;
+    return true;
+  }
+  err = "Cannot open the flash contents file " + path + ": it keeps being replaced";
+  return false;
+}
+
+// Reads up to n bytes at offset; false on a read error (errno set).
+bool ReadAt(int fd, uint8_t* to, size_t n, uint64_t offset, size_t& got) {
+  got = 0;
+  while (got < n) {
+    const ssize_t r = ::pread(fd, to + got, n - got, static_cast<off_t>(offset + got));
+    if (r < 0 && errno == EINTR) continue;
+    if (r < 0) return false;
+    if (r == 0) break;
+    got += static_cast<size_t>(r);
+  }
+  return true;
+}
+
+bool WriteAll(int fd, const std::vector<uint8_t>& v) {
+  size_t done = 0;
+  while (done < v.size()) {
+    const ssize_t w = ::write(fd, v.data() + done, v.size() - done);
+    if (w < 0 && errno == EINTR) continue;
+    if (w <= 0) {
+      if (w == 0) errno = EIO;
+      return false;
+    }
+    done += static_cast<size_t>(w);
+  }
+  return true;
+}
+
+// Loads the chip from the locked contents file; a new file is filled erased
+// at once, so that it exists with its full size from the first open.
+bool LoadContents(Probe& p, uint32_t size, bool created, std::string& err) {
   std::vector<uint8_t>& mem = p.chip.Mem();
   mem.assign(size, 0xFF);
   p.fileTail.clear();
   const std::string& path = p.cfg.flashPath;
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    if (errno != ENOENT) {
-      err = "Cannot read the flash contents file " + path + ": " + std::strerror(errno);
+  const int fd = p.flashFd;
+  if (created) {
+    if (!WriteAll(fd, mem)) {
+      err = "Cannot create the flash contents file " + path + ": " + Reason(errno);
+      ::unlink(path.c_str());
       return false;
-    }
-    // A new chip: erased, and written now so that the file exists at once.
-    size_t slash = path.rfind('/');
-    if (slash != std::string::npos && slash > 0) {
-      std::string dir = path.substr(0, slash);
-      for (size_t i = 1; i <= dir.size(); i++)
-        if (i == dir.size() || dir[i] == '/') ::mkdir(dir.substr(0, i).c_str(), 0755);
     }
     p.chip.ClearDirty();
     return true;
   }
   struct stat st{};
-  ::fstat(fd, &st);
   size_t got = 0;
-  while (got < size) {
-    ssize_t r = ::read(fd, mem.data() + got, size - got);
-    if (r <= 0) break;
-    got += static_cast<size_t>(r);
+  if (::fstat(fd, &st) != 0 || !ReadAt(fd, mem.data(), size, 0, got)) {
+    err = "Cannot read the flash contents file " + path + ": " + Reason(errno);
+    return false;
   }
   if (static_cast<uint64_t>(st.st_size) > size) {
     // A longer file keeps its tail untouched; the chip uses the first part.
     p.fileTail.resize(static_cast<size_t>(st.st_size) - size);
     size_t t = 0;
-    while (t < p.fileTail.size()) {
-      ssize_t r = ::read(fd, p.fileTail.data() + t, p.fileTail.size() - t);
-      if (r <= 0) break;
-      t += static_cast<size_t>(r);
+    if (!ReadAt(fd, p.fileTail.data(), p.fileTail.size(), size, t)) {
+      err = "Cannot read the flash contents file " + path + ": " + Reason(errno);
+      return false;
     }
     p.fileTail.resize(t);
   }
-  ::close(fd);
+  p.chip.ClearDirty();
   return true;
 }
 
-// Written to a temporary file and renamed, so a crash never leaves a torn file.
-bool SaveContents(Probe& p) {
+// Written to a temporary file and renamed, so a crash never leaves a torn
+// file. On failure `err` says why; the file keeps what it held before.
+bool SaveContents(Probe& p, std::string& err) {
   const std::string& path = p.cfg.flashPath;
   std::string tmp = path + ".tmp" + std::to_string(getpid());
   int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0) return false;
-  bool ok = true;
-  for (const std::vector<uint8_t>* v : {&p.chip.Mem(), &p.fileTail}) {
-    size_t done = 0;
-    while (ok && done < v->size()) {
-      ssize_t w = ::write(fd, v->data() + done, v->size() - done);
-      if (w <= 0) ok = false;
-      else done += static_cast<size_t>(w);
-    }
+  int e = 0;
+  if (fd < 0) {
+    e = errno;
+  } else {
+    if (!WriteAll(fd, p.chip.Mem()) || !WriteAll(fd, p.fileTail)) e = errno;
+    if (::close(fd) != 0 && e == 0) e = errno;
+    if (e == 0 && std::rename(tmp.c_str(), path.c_str()) != 0) e = errno;
+    if (e != 0) ::unlink(tmp.c_str());
   }
-  ok = ::close(fd) == 0 && ok;
-  if (ok && std::rename(tmp.c_str(), path.c_str()) != 0) ok = false;
-  if (!ok) ::unlink(tmp.c_str());
-  return ok;
+  if (e == 0) return true;
+  err = "Cannot write back the flash contents file " + path + ": " + Reason(e) +
+        ". The chip's changes since the probe was opened are lost.";
+  return false;
 }
 
 void WriteStats(Probe& p) {
@@ -299,14 +472,27 @@ void EndFrame(Probe& p) {
   if (!fr.empty()) p.trace.HexLine(fr.data(), fr.size());
 }
 
-void CloseLocked(Probe& p) {
+// atExit: the process is ending, so the program's error handler may no
+// longer be usable; a failed write-back then goes to standard error.
+void CloseLocked(Probe& p, bool atExit = false) {
   if (!p.open) return;
   EndFrame(p);
   if (p.disablePowerOnClose && p.powerOn) p.trace.Line("# target power off");
   p.trace.Line("# close");
   if (p.chip.Dirty()) {
-    if (SaveContents(p)) p.chip.ClearDirty();
+    std::string err;
+    if (!SaveContents(p, err)) {
+      p.trace.Line("# write-back failed");
+      if (atExit) {
+        p.log.Line("ERROR: %s", err.c_str());
+        std::fprintf(stderr, "%s\n", err.c_str());
+      } else {
+        p.Report(err.c_str());
+      }
+    }
+    p.chip.ClearDirty();
   }
+  ReleaseContents(p);
   WriteStats(p);
   p.trace.Close();
   p.open = false;
@@ -318,7 +504,7 @@ void CloseLocked(Probe& p) {
 void AtExit() {
   Probe& p = P();
   std::lock_guard<std::recursive_mutex> g(p.mu);
-  CloseLocked(p);
+  CloseLocked(p, true);
   p.log.Close();
 }
 
@@ -488,7 +674,9 @@ TS_EXPORT int TARLOARM_EMU_SelectByUSBSN(uint32_t serialNumber) {
   Guard g;
   Probe& p = g.p;
   p.Configure();
-  int rc = -1;
+  // With a bad setting the selection is taken, so that the open which
+  // follows reports the setting rather than a missing serial number.
+  int rc = p.cfg.error.empty() ? -1 : 0;
   for (uint32_t s : p.cfg.serials)
     if (s == serialNumber) rc = 0;
   if (rc == 0) {
@@ -534,7 +722,9 @@ TS_EXPORT const char* TARLOARM_OpenEx(TARLO_LOG_FUNC logHandler, TARLO_LOG_FUNC 
   const Config& c = p.cfg;
   const char* err = nullptr;
   p.openError.clear();
-  if (p.gone || c.serials.empty()) {
+  if (!c.error.empty()) {
+    p.openError = c.error;
+  } else if (p.gone || c.serials.empty()) {
     p.openError = "Cannot connect to the probe: no probe found on USB.";
   } else if (p.selMode == Probe::BySerial) {
     bool found = false;
@@ -548,18 +738,16 @@ TS_EXPORT const char* TARLOARM_OpenEx(TARLO_LOG_FUNC logHandler, TARLO_LOG_FUNC 
     if (p.selIndex >= 0 && static_cast<size_t>(p.selIndex) < c.serials.size()) p.openSerial = c.serials[static_cast<size_t>(p.selIndex)];
     else p.openError = "Cannot connect to the probe: no probe at USB index " + std::to_string(p.selIndex) + ".";
   }
-  if (p.openError.empty()) {
+  bool created = false;
+  if (p.openError.empty() && LockContents(p, created, p.openError)) {
     std::vector<uint8_t> id = c.id;
     Profile prof = FindProfile(c.chipHex, id);
     if (c.sizeOverride) prof.size = c.sizeOverride;
-    if (!LoadContents(p, prof.size, p.openError)) {
-    } else {
+    if (LoadContents(p, prof.size, created, p.openError)) {
       p.chip.PowerUp(prof, id, c.timing, c.faults);
       p.chip.SetSpeedKHz(p.speedKHz);
-      // A missing contents file is created at once, erased.
-      struct stat st{};
-      if (::stat(c.flashPath.c_str(), &st) != 0 && !SaveContents(p))
-        p.openError = "Cannot create the flash contents file " + c.flashPath + ": " + std::strerror(errno);
+    } else {
+      ReleaseContents(p);
     }
   }
   if (!p.openError.empty()) {

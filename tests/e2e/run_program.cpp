@@ -73,9 +73,12 @@ RunResult RunProgram(const std::vector<std::string>& args, const std::string& cw
   RunResult result;
   const std::string exe = program.empty() ? PellamBinary() : program;
 
-  // Environment: inherited, with the test's additions and removals.
+  // Environment: inherited, with the test's additions and removals. The
+  // simulator's settings come from the test alone: one exported in the shell
+  // that runs the suite would otherwise put every run on one simulated chip.
   std::vector<std::string> envStrings;
-  for (char** e = environ; *e; ++e) envStrings.emplace_back(*e);
+  for (char** e = environ; *e; ++e)
+    if (std::strncmp(*e, "TARLOSIM_", 9) != 0) envStrings.emplace_back(*e);
   for (const std::string& kv : env) {
     const size_t eq = kv.find('=');
     const std::string name = kv.substr(0, eq);

@@ -38,7 +38,8 @@ std::string PellamBinary();
 
 // Runs `program` (default: the built pellam-spi) with args in cwd. env
 // entries "NAME=value" are added to (or replace in) the inherited
-// environment; "NAME" alone removes the variable. Times out after
+// environment (less any inherited TARLOSIM_* simulator setting); "NAME"
+// alone removes the variable. Times out after
 // timeoutSeconds (the child is killed, exitStatus -1).
 RunResult RunProgram(const std::vector<std::string>& args, const std::string& cwd,
                      const std::vector<std::string>& env = {}, int timeoutSeconds = 120,

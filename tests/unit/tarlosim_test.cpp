@@ -1,7 +1,11 @@
 // The simulated probe library, through its exported C functions only: SPI
 // NOR datasheet behaviour, the families' special sequences, persistence,
 // the trace file, and the faults the end-to-end runs do not reach.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -368,6 +372,119 @@ TEST(TarloSim, DroppedProbeFailsLaterCallsAndReportsOnce) {
   EXPECT_EQ(g_errors.size(), 1u);
   TARLOARM_Close();
   EXPECT_NE(TARLOARM_OpenEx(nullptr, OnError), nullptr) << "still unplugged";
+}
+
+TEST(TarloSim, BadSettingsFailTheOpenNamingTheVariableAndValue) {
+  const std::pair<const char*, const char*> bad[] = {
+      {"TARLOSIM_FAULT", "erase-timout"},   {"TARLOSIM_FAULT", "protected,nospi"},
+      {"TARLOSIM_FAULT", "stuck@"},         {"TARLOSIM_FAULT", "stuck@0x10:8"},
+      {"TARLOSIM_FAULT", "stuck@banana"},   {"TARLOSIM_FAULT", "drop@"},
+      {"TARLOSIM_FAULT", "drop@-1"},        {"TARLOSIM_CHIP", "C220"},
+      {"TARLOSIM_CHIP", "C22018F"},         {"TARLOSIM_CHIP", "0xC22018"},
+      {"TARLOSIM_CHIP", "C2 20 18"},        {"TARLOSIM_CHIP", "0102030405060708090A0B0C0D0E"},
+      {"TARLOSIM_SIZE", "64Q"},             {"TARLOSIM_SIZE", "K"},
+      {"TARLOSIM_SIZE", "-1"},              {"TARLOSIM_SIZE", "0"},
+      {"TARLOSIM_SIZE", "4G"},              {"TARLOSIM_SIZE", "1KK"},
+      {"TARLOSIM_TIMING", "fast"},          {"TARLOSIM_VTARGET", "3.3"},
+      {"TARLOSIM_VTARGET", "-5"},           {"TARLOSIM_SN", "123456,12a"},
+  };
+  for (const auto& [name, value] : bad) {
+    SCOPED_TRACE(std::string(name) + "=" + value);
+    Sim s("C22018", {{name, value}}, false);
+    EXPECT_EQ(TARLOARM_EMU_SelectByUSBSN(999), 0) << "the open, not the selection, reports the setting";
+    const char* e = TARLOARM_OpenEx(nullptr, OnError);
+    ASSERT_NE(e, nullptr);
+    EXPECT_NE(std::string(e).find(std::string("Bad simulator setting ") + name + "=\"" + value + "\""),
+              std::string::npos) << e;
+    EXPECT_FALSE(s.tmp.exists("flash.bin")) << "nothing written for a refused open";
+  }
+  const std::pair<const char*, const char*> good[] = {
+      {"TARLOSIM_FAULT", "stuck@0x10003"},  {"TARLOSIM_FAULT", " protected , stuck@16:7,,drop@40"},
+      {"TARLOSIM_SIZE", "0x8000"},          {"TARLOSIM_SIZE", "1m"},
+      {"TARLOSIM_CHIP", "c22018"},          {"TARLOSIM_CHIP", "7F7F7F7F7F7F7F7F7F7F7FC220"},
+      {"TARLOSIM_TIMING", "instant"},       {"TARLOSIM_VTARGET", "0"},
+      {"TARLOSIM_SN", "123456,,7"},         {"TARLOSIM_SIZE", ""},
+  };
+  for (const auto& [name, value] : good) {
+    SCOPED_TRACE(std::string(name) + "=" + value);
+    Sim s("C22018", {{name, value}});
+  }
+}
+
+// Another open of the contents file stands for another process: flock locks
+// of different opens conflict even inside one process.
+bool LockedByTheProbe(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool locked = flock(fd, LOCK_EX | LOCK_NB) != 0;
+  close(fd);
+  return locked;
+}
+
+TEST(TarloSim, ContentsFileIsLockedExactlyWhileTheProbeIsOpen) {
+  Sim s;
+  const std::string path = s.dir + "/flash.bin";
+  EXPECT_TRUE(LockedByTheProbe(path));
+  s.Wren();
+  s.Program(0, {0x00});
+  s.Reopen();  // the same process opens again after a close
+  EXPECT_TRUE(LockedByTheProbe(path)) << "the lock follows the new file written back at close";
+  EXPECT_EQ(s.Read(0, 1)[0], 0x00);
+  TARLOARM_Close();
+  EXPECT_FALSE(LockedByTheProbe(path));
+  // Held by someone else: the open is refused and the file left as it is.
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(flock(fd, LOCK_EX | LOCK_NB), 0);
+  const char* e = TARLOARM_OpenEx(nullptr, OnError);
+  ASSERT_NE(e, nullptr);
+  EXPECT_NE(std::string(e).find("the probe is in use"), std::string::npos) << e;
+  EXPECT_NE(std::string(e).find(path), std::string::npos) << e;
+  close(fd);
+  s.Open();
+}
+
+TEST(TarloSim, ContentsFileThatCannotBeReadFailsTheOpen) {
+  Sim s("C22018", {}, false);
+  ASSERT_EQ(mkdir((s.dir + "/dir").c_str(), 0755), 0);
+  ASSERT_EQ(mkfifo((s.dir + "/fifo").c_str(), 0644), 0);
+  s.tmp.write("file", "x");
+  const std::pair<std::string, std::string> cases[] = {
+      {"dir", "Is a directory"}, {"fifo", "not a regular file"}, {"file/flash.bin", "Not a directory"}};
+  for (const auto& [name, reason] : cases) {
+    SCOPED_TRACE(name);
+    const std::string path = s.dir + "/" + name;
+    setenv("TARLOSIM_FLASH", path.c_str(), 1);
+    const char* e = TARLOARM_OpenEx(nullptr, OnError);
+    ASSERT_NE(e, nullptr);
+    EXPECT_EQ(std::string(e), "Cannot read the flash contents file " + path + ": " + reason);
+  }
+  EXPECT_EQ(s.tmp.read("file"), "x");
+}
+
+TEST(TarloSim, FailedWriteBackIsReportedThroughTheErrorHandler) {
+  TempDir tmp;
+  const std::string folder = tmp.file("chip"), path = folder + "/flash.bin";
+  Sim s("C22018", {{"TARLOSIM_FLASH", path}, {"TARLOSIM_SIZE", "64K"}});
+  s.Wren();
+  s.Program(0, {0x00});
+  // The folder is replaced by a file: the write-back has nowhere to go.
+  ASSERT_EQ(rename(folder.c_str(), tmp.file("moved").c_str()), 0);
+  tmp.write("chip", "not a folder");
+  TARLOARM_Close();
+  ASSERT_EQ(g_errors.size(), 1u);
+  EXPECT_EQ(g_errors[0], "Cannot write back the flash contents file " + path +
+                             ": Not a directory. The chip's changes since the probe was opened are lost.");
+  EXPECT_EQ(tmp.read("moved/flash.bin"), std::string(65536, '\xFF')) << "the old contents are kept";
+  EXPECT_NE(s.Trace().find("# write-back failed"), std::string::npos);
+  // Nothing changed, nothing to write: no report.
+  ASSERT_EQ(rename(tmp.file("moved").c_str(), tmp.file("again").c_str()), 0);
+  setenv("TARLOSIM_FLASH", tmp.file("again/flash.bin").c_str(), 1);
+  g_errors.clear();
+  s.Open();
+  s.Read(0, 1);
+  ASSERT_EQ(rename(tmp.file("again").c_str(), tmp.file("gone").c_str()), 0);
+  TARLOARM_Close();
+  EXPECT_TRUE(g_errors.empty());
 }
 
 }  // namespace
