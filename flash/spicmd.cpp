@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdarg>
 #include <memory>
 #include <new>
 
@@ -41,9 +42,12 @@ int WaitReady(const FlashParams& fp, uint32_t timeoutMs) {
   }
 }
 
-void ReportAt(const char* format, uint32_t address) {
+__attribute__((format(printf, 1, 2))) void ReportAt(const char* format, ...) {
   char text[256];
-  UTIL_snprintf(text, sizeof text, format, address);
+  va_list args;
+  va_start(args, format);
+  UTIL_vsnprintf(text, sizeof text, format, args);
+  va_end(args);
   LOG_ReportError(text);
 }
 
