@@ -157,7 +157,7 @@ void CloseLevel() {
 }
 
 // "ERROR: " / "WARNING: " + text with a line feed at the end, in one write.
-void PrintPrefixed(const char* prefix, const char* format, va_list args) {
+__attribute__((format(printf, 2, 0))) void PrintPrefixed(const char* prefix, const char* format, va_list args) {
   if (std::strlen(format) >= kMaxFormatLength) return;
   char text[kPrintfSize + 1];   // room for the added line feed
   char* end = UTIL_snprintf(text, kPrintfSize, "%s", prefix);

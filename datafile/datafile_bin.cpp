@@ -77,17 +77,17 @@ void DATAFILE_StoreError(char* errorText, uint32_t errorTextSize, const char* me
 void DATAFILE_StoreOpenError(char* errorText, uint32_t errorTextSize, const char* fileName, int errorNumber) {
   // The numbers are those of another platform's error list, compared as they
   // stand: a missing file (2) gets its message, a refused permission does not.
-  const char* format;
+  const char* reason;
   switch (errorNumber) {
-    case 2: format = "Could not open file [%s]\nFile not found!"; break;
-    case 3: format = "Could not open file [%s]\nPath not found!"; break;
-    case 5: format = "Could not open file [%s]\nAccess is denied!"; break;
-    case 15: format = "Could not open file [%s]\nInvalid drive!"; break;
-    case 123: format = "Could not open file [%s]\nThe filename syntax is incorrect!"; break;
-    default: format = "Could not open file [%s]\nInvalid file handle!"; break;
+    case 2: reason = "File not found!"; break;
+    case 3: reason = "Path not found!"; break;
+    case 5: reason = "Access is denied!"; break;
+    case 15: reason = "Invalid drive!"; break;
+    case 123: reason = "The filename syntax is incorrect!"; break;
+    default: reason = "Invalid file handle!"; break;
   }
   char text[512];
-  UTIL_snprintf(text, sizeof text, format, fileName != nullptr ? fileName : "");
+  UTIL_snprintf(text, sizeof text, "Could not open file [%s]\n%s", fileName != nullptr ? fileName : "", reason);
   DATAFILE_StoreError(errorText, errorTextSize, text);
 }
 

@@ -2,6 +2,7 @@
 // JEDEC Read-ID command.
 #include "flash/flashdb.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "app/log.h"
@@ -93,18 +94,20 @@ int FLASHDB_SelectChip(int index) {
 
 int FLASHDB_GetCurrentIndex(void) { return CurrentIndex; }
 
+// Counts, addresses and sizes are worked out in 64 bits and held at the
+// 32-bit limit instead of wrapping: a project may describe any geometry.
 uint32_t FLASHDB_GetNumSectors(void) {
   FlashParams p;
   PROJECT_GetFlashParams(&p);
-  return static_cast<uint32_t>(FLASHPARAMS_NumSectors(p));
+  return static_cast<uint32_t>(std::min<uint64_t>(FLASHPARAMS_NumSectors(p), 0xFFFFFFFFu));
 }
 
 void FLASHDB_GetSectorInfo(uint32_t sector, uint32_t* start, uint32_t* size) {
   FlashParams p;
   PROJECT_GetFlashParams(&p);
-  const uint32_t shift = p.SectorSizeShift & 31;
-  if (start) *start = sector << shift;
-  if (size) *size = 1u << shift;
+  const uint32_t shift = std::min<uint32_t>(p.SectorSizeShift, 32);
+  if (start) *start = static_cast<uint32_t>(std::min<uint64_t>(static_cast<uint64_t>(sector) << shift, 0xFFFFFFFFu));
+  if (size) *size = static_cast<uint32_t>(std::min<uint64_t>(1ull << shift, 0xFFFFFFFFu));
 }
 
 void FLASHDB_CompactId(uint8_t id[13]) {

@@ -4,6 +4,7 @@
 #include "flash/operations.h"
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -48,10 +49,27 @@ FlashParams ProjectParams() {
   return fp;
 }
 
-uint32_t SectorShift(const FlashParams& fp) { return std::min<uint32_t>(fp.SectorSizeShift, 31); }
+// Addresses are 32 bits wide: a chip can have at most this many bytes.
+constexpr uint64_t kAddressSpace = 1ull << 32;
+// Sector tables are held as a flag per sector; more than this many sectors
+// (256-byte sectors on a 4 GiB chip) describe no real chip.
+constexpr uint64_t kMaxSectors = 1u << 24;
+// Sectors are compared in pieces of at most this size.
+constexpr uint32_t kComparePiece = 0x100000;
 
+// A sector of 2^32 bytes or more is the whole address space; every use below
+// works in 64 bits, so the shift is kept up to 32 (not more: no sector of a
+// chip that passed CheckGeometry starts past address 0 then).
+uint32_t SectorShift(const FlashParams& fp) { return std::min<uint32_t>(fp.SectorSizeShift, 32); }
+
+// Valid after CheckGeometry, which bounds it by kMaxSectors.
 uint32_t NumSectors(const FlashParams& fp) {
-  return (uint32_t)std::min<uint64_t>(FLASHPARAMS_NumSectors(fp), 0xFFFFFFFFu);
+  return (uint32_t)std::min<uint64_t>(FLASHPARAMS_NumSectors(fp), kMaxSectors);
+}
+
+uint32_t SectorFirst(uint32_t sector, uint32_t shift) { return (uint32_t)((uint64_t)sector << shift); }
+uint32_t SectorLast(uint32_t sector, uint32_t shift) {
+  return (uint32_t)(std::min(((uint64_t)sector + 1) << shift, kAddressSpace) - 1);
 }
 
 // The probe's activity indicator, taken over for the life of the object.
@@ -69,15 +87,21 @@ class Indicator {
   Indicator& operator=(const Indicator&) = delete;
 };
 
-void Info(const char* format, auto... args) {
+__attribute__((format(printf, 1, 2))) void Info(const char* format, ...) {
   char text[1024];
-  UTIL_snprintf(text, sizeof text, format, args...);
+  va_list args;
+  va_start(args, format);
+  UTIL_vsnprintf(text, sizeof text, format, args);
+  va_end(args);
   LOG_Info(text);
 }
 
-void ReportError(const char* format, auto... args) {
+__attribute__((format(printf, 1, 2))) void ReportError(const char* format, ...) {
   char text[1024];
-  UTIL_snprintf(text, sizeof text, format, args...);
+  va_list args;
+  va_start(args, format);
+  UTIL_vsnprintf(text, sizeof text, format, args);
+  va_end(args);
   LOG_ReportError(text);
 }
 
@@ -131,10 +155,28 @@ void FormatReadSuccess(char* text, int size, MemImage* image) {
                 (int)MEMIMAGE_GetNumBytesLocked(image), (int)ranges, Plural(ranges));
 }
 
-void FormatImageBegin(char* text, int size, const char* format, MemImage* image) {
+// "<action> target (%d bytes, %d range%s) ..." for an image.
+void FormatImageBegin(char* text, int size, const char* action, MemImage* image) {
   const uint32_t ranges = image ? MEMIMAGE_GetNumRanges(image) : 0;
   const uint32_t bytes = image ? MEMIMAGE_GetNumBytesLocked(image) : 0;
-  UTIL_snprintf(text, size, format, (int)bytes, (int)ranges, Plural(ranges));
+  UTIL_snprintf(text, size, "%s target (%d bytes, %d range%s) ...", action, (int)bytes, (int)ranges,
+                Plural(ranges));
+}
+
+// The chip's size and sector table must fit the 32-bit addresses; a project
+// that says otherwise is refused before anything is sent. Reports itself.
+bool CheckGeometry(const FlashParams& fp) {
+  if (fp.PageSizeShift >= 32 || FLASHPARAMS_ChipSize(fp) > kAddressSpace) {
+    ReportError("Flash geometry exceeds the 32-bit address space (NumPages = 0x%X, PageSizeShift = %u).",
+                fp.NumPages, fp.PageSizeShift);
+    return false;
+  }
+  if (FLASHPARAMS_NumSectors(fp) > kMaxSectors) {
+    ReportError("Flash geometry has too many sectors (NumPages = 0x%X, PageSizeShift = %u, SectorSizeShift = %u).",
+                fp.NumPages, fp.PageSizeShift, fp.SectorSizeShift);
+    return false;
+  }
+  return true;
 }
 
 // Fit check; reports itself. 0 fits.
@@ -164,6 +206,7 @@ void EraseChipWork() {
     LOG_Info("Selected memory does not support erase. Skipped.");
     return;
   }
+  if (!CheckGeometry(fp)) return;
   const uint32_t sectors = NumSectors(fp);
   const uint64_t size = FLASHPARAMS_ChipSize(fp);
   char list[512] = "";
@@ -189,8 +232,8 @@ void EraseFlagged(const FlashParams& fp, const uint8_t* flags, uint32_t count) {
   Indicator busy(kRateErase);
   uint32_t index = 0, first = 0, last = 0;
   while (!LOG_HasError() && FLASHOPS_NextRun(flags, count, &index, &first, &last)) {
-    const uint32_t a = first << shift;
-    const uint32_t b = ((last + 1) << shift) - 1;
+    const uint32_t a = SectorFirst(first, shift);
+    const uint32_t b = SectorLast(last, shift);
     if (first == last) {
       Info("Affected sector %d (0x%X - 0x%X)", (int)first, a, b);
     } else {
@@ -291,8 +334,9 @@ constexpr OpTexts kVerifyTexts{"All loaded bytes verified OK!", "Failed to verif
 
 int ProgramOp(bool topLevel, MemImage* image) {
   char begin[256];
-  FormatImageBegin(begin, sizeof begin, "Programming target (%d bytes, %d range%s) ...", image);
+  FormatImageBegin(begin, sizeof begin, "Programming", image);
   return RunOp(topLevel, begin, kProgramTexts, image != nullptr, [image] {
+    if (!CheckGeometry(ProjectParams())) return kWorkDone;
     if (CheckFit(image) != 0) return kWorkQuietFail;
     ProgramWork(image);
     return kWorkDone;
@@ -301,7 +345,7 @@ int ProgramOp(bool topLevel, MemImage* image) {
 
 int VerifyOp(bool topLevel, MemImage* image) {
   char begin[256];
-  FormatImageBegin(begin, sizeof begin, "Verifying target (%d bytes, %d range%s) ...", image);
+  FormatImageBegin(begin, sizeof begin, "Verifying", image);
   return RunOp(topLevel, begin, kVerifyTexts, image != nullptr, [image] {
     VerifyWork(image);
     return kWorkDone;
@@ -316,8 +360,8 @@ void ReadFlagged(MemImage* image, const FlashParams& fp, const uint8_t* flags, u
   const uint32_t runs = FLASHOPS_CountRuns(flags, count);
   uint32_t index = 0, first = 0, last = 0, i = 0;
   while (!LOG_HasError() && FLASHOPS_NextRun(flags, count, &index, &first, &last)) {
-    const uint32_t a = first << shift;
-    const uint32_t b = ((last + 1) << shift) - 1;
+    const uint32_t a = SectorFirst(first, shift);
+    const uint32_t b = SectorLast(last, shift);
     Info("Range %d/%d, 0x%X - 0x%X", (int)++i, (int)runs, a, b);
     SPI_ReadRange(image, a, b);
   }
@@ -351,7 +395,10 @@ bool AllBlank(const uint8_t* p, uint32_t n) {
   return std::all_of(p, p + n, [](uint8_t b) { return b == 0xFF; });
 }
 
-// Adds to dest the bytes of src that lie in flagged sectors.
+// Adds to dest the bytes of src that lie in flagged sectors or outside the
+// sector table (a chip whose size is no multiple of its sector size, or a
+// sector larger than the chip): what no sector covers was never compared,
+// so it has to be programmed and verified.
 int CopyFlaggedSectors(MemImage* dest, MemImage* src, uint32_t shift, const uint8_t* flags, uint32_t count) {
   const uint32_t ranges = MEMIMAGE_GetNumRanges(src);
   for (uint32_t i = 0; i < ranges; i++) {
@@ -361,7 +408,7 @@ int CopyFlaggedSectors(MemImage* dest, MemImage* src, uint32_t shift, const uint
     for (uint64_t a = start; a < end;) {
       const uint64_t sector = a >> shift;
       const uint64_t sectorEnd = std::min<uint64_t>(end, (sector + 1) << shift);
-      if (sector < count && flags[sector]) {
+      if (sector >= count || flags[sector]) {
         const uint32_t n = (uint32_t)(sectorEnd - a);
         const int r = data ? MEMIMAGE_AddDataLocked(dest, (uint32_t)a, n, data + (a - start))
                            : MEMIMAGE_AddFill(dest, (uint32_t)a, n, 0xFF);
@@ -374,20 +421,22 @@ int CopyFlaggedSectors(MemImage* dest, MemImage* src, uint32_t shift, const uint
 }
 
 int AutoWork(MemImage* image) {
-  if (CheckFit(image) != 0) return kWorkQuietFail;
   const FlashParams fp = ProjectParams();
+  if (!CheckGeometry(fp)) return kWorkDone;
+  if (CheckFit(image) != 0) return kWorkQuietFail;
   ProjectProduction production{};
   PROJECT_GetProduction(&production);
   const uint32_t shift = SectorShift(fp);
-  const uint32_t sectorSize = 1u << shift;
+  const uint64_t sectorSize = 1ull << shift;
+  const uint32_t piece = (uint32_t)std::min<uint64_t>(sectorSize, kComparePiece);
   const uint32_t numSectors = NumSectors(fp);
 
-  auto touched = TryAlloc<uint8_t>(numSectors + 1);
-  auto toErase = TryAlloc<uint8_t>(numSectors + 1);
-  auto want = TryAlloc<uint8_t>(sectorSize);
-  auto have = TryAlloc<uint8_t>(sectorSize);
+  auto touched = TryAlloc<uint8_t>((size_t)numSectors + 1);
+  auto toErase = TryAlloc<uint8_t>((size_t)numSectors + 1);
+  auto want = TryAlloc<uint8_t>(piece);
+  auto have = TryAlloc<uint8_t>(piece);
   if (!want || !have) {
-    ReportError("Failed to allocate %d bytes of memory", (int)(2 * (uint64_t)sectorSize));
+    ReportError("Failed to allocate %d bytes of memory", (int)(2 * (uint64_t)piece));
     return kWorkDone;
   }
   if (!touched || !toErase) {
@@ -403,7 +452,7 @@ int AutoWork(MemImage* image) {
     char list[512] = "";
     uint32_t index = 0, first = 0, last = 0;
     while (FLASHOPS_NextRun(touched.get(), numSectors, &index, &first, &last)) {
-      FLASHOPS_AppendRange(list, sizeof list, first << shift, ((last + 1) << shift) - 1);
+      FLASHOPS_AppendRange(list, sizeof list, SectorFirst(first, shift), SectorLast(last, shift));
     }
     Info("%d of %d sectors affected, %d range%s%s", (int)marked, (int)numSectors, (int)runs, Plural(runs), list);
     ReadFlagged(r, fp, touched.get(), numSectors);
@@ -416,12 +465,15 @@ int AutoWork(MemImage* image) {
   const bool chipErase = production.EraseType == 3;
   for (uint32_t s = 0; s < numSectors; s++) {
     if (!touched[s]) continue;
-    const uint32_t a = s << shift;
-    MEMIMAGE_ReadAreaLocked(image, a, sectorSize, want.get(), 0xFF);
-    MEMIMAGE_ReadAreaLocked(readBack.get(), a, sectorSize, have.get(), 0xFF);
-    const bool same = std::memcmp(want.get(), have.get(), sectorSize) == 0;
+    bool same = true, blank = true;
+    for (uint64_t a = SectorFirst(s, shift), end = (uint64_t)SectorLast(s, shift) + 1; a < end; a += piece) {
+      MEMIMAGE_ReadAreaLocked(image, (uint32_t)a, piece, want.get(), 0xFF);
+      MEMIMAGE_ReadAreaLocked(readBack.get(), (uint32_t)a, piece, have.get(), 0xFF);
+      same = same && std::memcmp(want.get(), have.get(), piece) == 0;
+      blank = blank && AllBlank(have.get(), piece);
+    }
     if (same && !chipErase) touched[s] = 0;
-    toErase[s] = !same && !AllBlank(have.get(), sectorSize);
+    toErase[s] = !same && !blank;
   }
   want.reset();
   have.reset();
@@ -452,13 +504,13 @@ int AutoWork(MemImage* image) {
 uint32_t FLASHOPS_MarkSectors(MemImage* image, uint32_t sectorShift, uint8_t* flags, uint32_t numSectors) {
   std::fill_n(flags, numSectors, 0);
   uint32_t marked = 0;
-  if (!image || sectorShift >= 32) return 0;
+  if (!image || sectorShift >= 64) return 0;
   const uint32_t ranges = MEMIMAGE_GetNumRanges(image);
   for (uint32_t i = 0; i < ranges; i++) {
     uint32_t start = 0, size = 0;
     MEMIMAGE_GetRange(image, (int32_t)i, &start, &size);
     if (size == 0) continue;
-    const uint64_t first = start >> sectorShift;
+    const uint64_t first = (uint64_t)start >> sectorShift;
     const uint64_t last = ((uint64_t)start + size - 1) >> sectorShift;
     for (uint64_t s = first; s <= last && s < numSectors; s++) {
       if (!flags[s]) {
@@ -525,8 +577,9 @@ int FLASH_EraseSelectedSectors(void) {
       LOG_Info("Selected memory does not support erase. Skipped.");
       return kWorkDone;
     }
+    if (!CheckGeometry(fp)) return kWorkDone;
     const uint32_t n = NumSectors(fp);
-    auto flags = TryAlloc<uint8_t>(n + 1);
+    auto flags = TryAlloc<uint8_t>((size_t)n + 1);
     if (!flags) {
       LOG_ReportError("Could not alloc memory.");
       return kWorkDone;
@@ -537,7 +590,7 @@ int FLASH_EraseSelectedSectors(void) {
     char list[512] = "";
     uint32_t index = 0, first = 0, last = 0;
     while (FLASHOPS_NextRun(flags.get(), n, &index, &first, &last)) {
-      FLASHOPS_AppendRange(list, sizeof list, first << shift, ((last + 1) << shift) - 1);
+      FLASHOPS_AppendRange(list, sizeof list, SectorFirst(first, shift), SectorLast(last, shift));
     }
     Info("%d of %d sectors selected, %d range%s%s", (int)selected, (int)n, (int)runs, Plural(runs), list);
     EraseFlagged(fp, flags.get(), n);
@@ -555,8 +608,9 @@ int FLASH_ProgramVerify(MemImage* image) {
                              "Could not program and verify target, not connected.",
                              "Could not program and verify target, no data file opened."};
   char begin[256];
-  FormatImageBegin(begin, sizeof begin, "Programming and verifying target (%d bytes, %d range%s) ...", image);
+  FormatImageBegin(begin, sizeof begin, "Programming and verifying", image);
   return RunOp(true, begin, t, image != nullptr, [image] {
+    if (!CheckGeometry(ProjectParams())) return kWorkDone;
     if (CheckFit(image) != 0) return kWorkQuietFail;
     ProgramWork(image);
     if (!LOG_HasError()) VerifyWork(image);
@@ -569,7 +623,7 @@ int FLASH_Auto(MemImage* image) {
                              "Failed to auto program target.", "Could not auto program target, not connected.",
                              "Could not auto program target, no data file opened."};
   char begin[256];
-  FormatImageBegin(begin, sizeof begin, "Auto programming target (%d bytes, %d range%s) ...", image);
+  FormatImageBegin(begin, sizeof begin, "Auto programming", image);
   return RunOp(true, begin, t, image != nullptr, [image] { return (WorkResult)AutoWork(image); });
 }
 
@@ -582,6 +636,7 @@ MemImage* FLASH_ReadRange(uint32_t start, uint32_t end) {
 MemImage* FLASH_ReadChip(void) {
   return ReadOp(true, "Reading entire flash chip ...", [](MemImage* image) {
     const FlashParams fp = ProjectParams();
+    if (!CheckGeometry(fp)) return;
     const uint32_t sectors = NumSectors(fp);
     const uint64_t size = FLASHPARAMS_ChipSize(fp);
     const uint32_t ranges = size ? 1 : 0;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdarg>
 #include <memory>
 #include <new>
 
@@ -28,22 +29,47 @@ void SendWhole(const uint8_t* bytes, uint32_t count) {
 
 void SendByte(uint8_t b) { SendWhole(&b, 1); }
 
+// A poll reads flat out for its first milliseconds (most waits end there),
+// then alternates bursts of reads with short sleeps, so that a chip that
+// stays busy for seconds does not hold a whole core. Reads are not spaced
+// out one by one: some probes (and the simulated one) let the chip's time
+// pass only with bus traffic, and a pause after every read would stretch
+// such a wait beyond its deadline.
+// After kPollLongUs the wait is a long one (a chip erase, or a chip that
+// never gets ready) and the pauses grow.
+constexpr uint64_t kPollSpinUs = 5000;
+constexpr uint64_t kPollBurstUs = 500;
+constexpr uint64_t kPollLongUs = 100000;
+
 // Polls the status until ready or the deadline passes; an error reported
 // meanwhile (the probe went away) ends the wait early. 0 ready, -1 not.
+// The clock is taken before each read, so a time-out is only reported after
+// a read that began past the deadline: a process kept off the processor for
+// longer than the limit still sees the chip's state once more.
 int WaitReady(const FlashParams& fp, uint32_t timeoutMs) {
   const uint32_t begin = SYS_GetTickCount();
+  const uint64_t beginUs = SYS_GetTimeUs();
+  uint64_t burstUs = beginUs;
   for (;;) {
+    const bool late = SYS_GetTickCount() - begin > timeoutMs;
     uint8_t status = 0xFF;
     SPI_ReadStatus(&fp, &status);
     if (SPI_IsReadyStatus(&fp, status)) return 0;
-    if (LOG_HasError()) return -1;
-    if (SYS_GetTickCount() - begin > timeoutMs) return -1;
+    if (LOG_HasError() || late) return -1;
+    const uint64_t nowUs = SYS_GetTimeUs();
+    if (nowUs - beginUs >= kPollSpinUs && nowUs - burstUs >= kPollBurstUs) {
+      SYS_Sleep(nowUs - beginUs >= kPollLongUs ? 2 : 1);
+      burstUs = SYS_GetTimeUs();
+    }
   }
 }
 
-void ReportAt(const char* format, uint32_t address) {
+__attribute__((format(printf, 1, 2))) void ReportAt(const char* format, ...) {
   char text[256];
-  UTIL_snprintf(text, sizeof text, format, address);
+  va_list args;
+  va_start(args, format);
+  UTIL_vsnprintf(text, sizeof text, format, args);
+  va_end(args);
   LOG_ReportError(text);
 }
 

@@ -17,14 +17,9 @@
 #include "sys/sys.h"
 #include "util/util.h"
 
-// The trace texts below are kept as the layer has always written them, some
-// with printf forms the bounded formatter reads its own way ("%0*p").
-#pragma GCC diagnostic ignored "-Wformat"
-
 namespace {
 
 constexpr int kNumEntries = 64;
-constexpr int kPtrDigits = 16;  // pointers are traced 16 digits wide
 
 struct MutexEntry {
   volatile int inUse;
@@ -146,12 +141,12 @@ SYS_HMUTEX SYS_CreateMutex(const char* name) {
   }
   UTIL_strcpy(e->name, name != nullptr ? name : "", sizeof e->name);
   e->inUse = 1;
-  SYS_Trace(kTraceInfo, "SYS_CreateMutex() exit: %0*p\n", kPtrDigits, static_cast<void*>(e));
+  SYS_Trace(kTraceInfo, "SYS_CreateMutex() exit: %p\n", static_cast<void*>(e));
   return e;
 }
 
 int SYS_WaitForMutex(SYS_HMUTEX h, uint32_t timeoutMs) {
-  SYS_Trace(kTraceInfo, "SYS_WaitForMutex(hMutex = %0*p, TimeOut = %d) entry\n", kPtrDigits, h,
+  SYS_Trace(kTraceInfo, "SYS_WaitForMutex(hMutex = %p, TimeOut = %d) entry\n", h,
             static_cast<int>(timeoutMs));
   MutexEntry* e = AsMutex(h);
   if (e == nullptr) {
@@ -190,7 +185,7 @@ int SYS_WaitForMutex(SYS_HMUTEX h, uint32_t timeoutMs) {
 }
 
 void SYS_LockMutex(SYS_HMUTEX h) {
-  SYS_Trace(kTraceInfo, "SYS_WaitForMutex(hMutex = %0*p, TimeOut = %d) entry\n", kPtrDigits, h, -1);
+  SYS_Trace(kTraceInfo, "SYS_WaitForMutex(hMutex = %p, TimeOut = %d) entry\n", h, -1);
   MutexEntry* e = AsMutex(h);
   if (e == nullptr) {
     SYS_Trace(kTraceError, "SYS_WaitForMutex(): Invalid handle.\n");
@@ -209,7 +204,7 @@ void SYS_LockMutex(SYS_HMUTEX h) {
 }
 
 int SYS_ReleaseMutex(SYS_HMUTEX h) {
-  SYS_Trace(kTraceInfo, "SYS_ReleaseMutex(hMutex = %0*p) entry\n", kPtrDigits, h);
+  SYS_Trace(kTraceInfo, "SYS_ReleaseMutex(hMutex = %p) entry\n", h);
   MutexEntry* e = AsMutex(h);
   if (e == nullptr) {
     SYS_Trace(kTraceError, "SYS_ReleaseMutex(): Invalid handle\n");
@@ -229,12 +224,12 @@ int SYS_ReleaseMutex(SYS_HMUTEX h) {
 }
 
 void SYS_CloseMutex(SYS_HMUTEX* ph) {
-  SYS_Trace(kTraceInfo, "SYS_CloseMutex(phMutex = %0*p) entry\n", kPtrDigits, static_cast<void*>(ph));
+  SYS_Trace(kTraceInfo, "SYS_CloseMutex(phMutex = %p) entry\n", static_cast<void*>(ph));
   if (ph == nullptr) {
     SYS_Trace(kTraceError, "Could not close mutex (Invalid value).\n");
     return;
   }
-  SYS_Trace(kTraceInfo, "SYS_CloseMutex(): *phMutex = %0*p\n", kPtrDigits, *ph);
+  SYS_Trace(kTraceInfo, "SYS_CloseMutex(): *phMutex = %p\n", *ph);
   MutexEntry* e = AsMutex(*ph);
   if (e == nullptr) {
     SYS_Trace(kTraceError, "SYS_CloseMutex(): Could not close mutex (Invalid handle).\n");

@@ -9,7 +9,8 @@
 // chained. Conversions: %% d i u x X c s p, width, .precision, l / ll.
 char* UTIL_snprintf(char* buffer, int size, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
-char* UTIL_vsnprintf(char* buffer, int size, const char* format, va_list args);
+char* UTIL_vsnprintf(char* buffer, int size, const char* format, va_list args)
+    __attribute__((format(printf, 3, 0)));
 
 int  UTIL_strlen(const char* s);
 void UTIL_strcpy(char* dest, const char* src, int size);

@@ -10,10 +10,15 @@ namespace {
 
 // The bounded formatter has no floating point; the one value is formatted by
 // the C library and then placed with the rest of the text.
-void FormatFloat(char* buffer, int size, const char* floatFormat, double value, const char* suffix,
+enum FloatForm { kOneDecimal, kSixDigits };  // "%.1f" or "%.6G"
+void FormatFloat(char* buffer, int size, FloatForm form, double value, const char* suffix,
                  const char* sign = "") {
   char num[64];
-  std::snprintf(num, sizeof num, floatFormat, value);
+  if (form == kOneDecimal) {
+    std::snprintf(num, sizeof num, "%.1f", value);
+  } else {
+    std::snprintf(num, sizeof num, "%.6G", value);
+  }
   UTIL_snprintf(buffer, size, "%s%s%s", sign, num, suffix);
 }
 
@@ -29,15 +34,15 @@ void UTIL_PrintBytes(char* buffer, int size, uint32_t n) {
   } else if (n % kG == 0) {
     UTIL_snprintf(buffer, size, "%d GB", static_cast<int>(n / kG));
   } else if (n % kHalfG == 0 && n >= kG) {
-    FormatFloat(buffer, size, "%.1f", (n / kHalfG) * 0.5, " GB");
+    FormatFloat(buffer, size, kOneDecimal, (n / kHalfG) * 0.5, " GB");
   } else if (n % kM == 0) {
     UTIL_snprintf(buffer, size, "%d MB", static_cast<int>(n / kM));
   } else if (n % kHalfM == 0 && n >= kM) {
-    FormatFloat(buffer, size, "%.1f", (n / kHalfM) * 0.5, " MB");
+    FormatFloat(buffer, size, kOneDecimal, (n / kHalfM) * 0.5, " MB");
   } else if (n % 1024 == 0) {
     UTIL_snprintf(buffer, size, "%d KB", static_cast<int>(n / 1024));
   } else if (n % 512 == 0 && n > 1023) {
-    FormatFloat(buffer, size, "%.1f", (n / 512) * 0.5, " KB");
+    FormatFloat(buffer, size, kOneDecimal, (n / 512) * 0.5, " KB");
   } else {
     char* end = UTIL_snprintf(buffer, size, "%u Byte", n);
     if (n != 1) {
@@ -94,7 +99,7 @@ void UTIL_PrintFloatBits(char* buffer, int size, uint32_t bits) {
     if (mantissa == 0) {
       UTIL_snprintf(buffer, size, "%s", negative ? "-0.0" : "0.0");
     } else {
-      FormatFloat(buffer, size, "%.6G", std::ldexp(static_cast<double>(mantissa), -149), "", sign);
+      FormatFloat(buffer, size, kSixDigits, std::ldexp(static_cast<double>(mantissa), -149), "", sign);
     }
   } else if (exponent == 255) {
     if (mantissa == 0) {
@@ -104,7 +109,7 @@ void UTIL_PrintFloatBits(char* buffer, int size, uint32_t bits) {
     }
   } else {
     double v = std::ldexp(static_cast<double>(mantissa + (1u << 23)), static_cast<int>(exponent) - 150);
-    FormatFloat(buffer, size, "%.6G", v, "", sign);
+    FormatFloat(buffer, size, kSixDigits, v, "", sign);
   }
 }
 

@@ -24,10 +24,10 @@ char ErrorText[256];
 
 const char* kInvalidParameters = "Invalid parameters";
 
-// "<first>" with bytes[0], then ", 0x%.2X" for each further byte. The first
-// byte is shown even for an empty span, so its storage must exist.
-void FormatBytes(char* buffer, int size, const char* first, std::span<const uint8_t> bytes) {
-  char* p = UTIL_snprintf(buffer, size, first, bytes.data()[0]);
+// "<label> - 0x%.2X" with bytes[0], then ", 0x%.2X" for each further byte.
+// The first byte is shown even for an empty span, so its storage must exist.
+void FormatBytes(char* buffer, int size, const char* label, std::span<const uint8_t> bytes) {
+  char* p = UTIL_snprintf(buffer, size, "%s - 0x%.2X", label, bytes.data()[0]);
   for (size_t i = 1; i < bytes.size(); ++i) {
     const int used = static_cast<int>(p - buffer);
     p = UTIL_snprintf(p, size - used, ", 0x%.2X", bytes[i]);
@@ -77,7 +77,7 @@ const char* DoVarReadData(const StepArgs& a) {
   uint8_t* dest = VarBuffer + a.v0;
   if (a.v1 > 0) TARLO_SPI_Transfer(nullptr, dest, a.v1 * 8, TARLO_SPI_FLAG_NONE);
   char line[256];
-  FormatBytes(line, sizeof(line), "Read Data - 0x%.2X", {dest, a.v1});
+  FormatBytes(line, sizeof(line), "Read Data", {dest, a.v1});
   LOG_Info(line);
   return nullptr;
 }
@@ -88,7 +88,7 @@ const char* DoVarWriteData(const StepArgs& a) {
   if (a.v0 + a.v1 >= SEQ_VAR_BUFFER_SIZE) return kInvalidParameters;
   const uint8_t* src = VarBuffer + a.v0;
   char line[256];
-  FormatBytes(line, sizeof(line), "Write Data - 0x%.2X", {src, a.v1});
+  FormatBytes(line, sizeof(line), "Write Data", {src, a.v1});
   LOG_Info(line);
   SendBytes(src, a.v1);
   return nullptr;
@@ -151,9 +151,14 @@ void RenderParam(char* buffer, int size, const SeqParam& param, uint32_t value) 
   buffer[0] = '\0';
   if (param.Name == nullptr) return;
   if (param.HexDigits > 0) {
-    char format[16];
-    UTIL_snprintf(format, sizeof(format), "0x%%.%dX", param.HexDigits);
-    UTIL_snprintf(buffer, size, format, value);
+    // "0x" and at least HexDigits digits, zeros in front (as "%.<n>X").
+    char digits[16];
+    UTIL_snprintf(digits, sizeof(digits), "%X", value);
+    char zeros[64] = "";
+    for (int i = UTIL_strlen(digits); i < param.HexDigits && i < static_cast<int>(sizeof(zeros)) - 1; ++i) {
+      UTIL_strcat(zeros, "0", sizeof(zeros));
+    }
+    UTIL_snprintf(buffer, size, "0x%s%s", zeros, digits);
     return;
   }
   char unit[64] = "";

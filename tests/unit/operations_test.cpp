@@ -49,6 +49,24 @@ TEST(FlashOps, MarkingIgnoresDataPastTheLastSector) {
   EXPECT_EQ(flags, (std::vector<uint8_t>{0, 0, 0, 1}));
 }
 
+// Sectors of 2 GiB and of the whole 32-bit address space: data at the top
+// of the addresses lies in the last sector, nothing wraps.
+TEST(FlashOps, MarkingWorksForSectorsAsLargeAsTheAddressSpace) {
+  struct Case { uint32_t shift, numSectors; std::vector<uint8_t> expected; };
+  const Case cases[] = {
+      {31, 2, {0, 1}},
+      {32, 1, {1}},
+      {40, 1, {1}},
+  };
+  Image image({{0xFFFFFF00, 0x100}});
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.shift);
+    std::vector<uint8_t> flags(c.numSectors, 0xEE);
+    EXPECT_EQ(FLASHOPS_MarkSectors(image.p, c.shift, flags.data(), c.numSectors), 1u);
+    EXPECT_EQ(flags, c.expected);
+  }
+}
+
 TEST(FlashOps, RunsAtTheEdgesAndNone) {
   EXPECT_EQ(Runs({}), std::vector<Span>{});
   EXPECT_EQ(Runs({0, 0, 0}), std::vector<Span>{});

@@ -1,0 +1,172 @@
+// Project files whose chip geometry is hostile or odd: sizes beyond the
+// 32-bit addresses, sector tables too large to hold, sectors larger than the
+// chip or not covering it. The program runs against the simulated 16 MiB
+// chip; every run is bounded, and no run may crash, run away or report
+// success for data it neither wrote nor compared.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "tests/e2e/run_program.h"
+
+namespace {
+
+constexpr uint32_t kSimChipSize = 16u << 20;
+constexpr int kRunLimitSeconds = 60;
+
+using Bytes = std::string;
+
+struct Geometry {
+  const char* numPages;
+  int pageShift;
+  int sectorShift;
+};
+
+struct Rig {
+  TempDir dir;
+
+  void WriteProject(const Geometry& g) {
+    char text[512];
+    std::snprintf(text, sizeof text,
+                  "[FLASH]\r\n  AutoDetect = 0\r\n  abID[3] = 0xC2,0x20,0x18\r\n  NumPages = %s\r\n"
+                  "  PageSizeShift = %d\r\n  SectorSizeShift = %d\r\n",
+                  g.numPages, g.pageShift, g.sectorShift);
+    dir.write("chip.pellam", text);
+  }
+
+  void SetFlash(uint32_t at, const Bytes& data) {
+    Bytes flash = dir.exists("flash.bin") ? dir.read("flash.bin") : Bytes(kSimChipSize, '\xFF');
+    flash.replace(at, data.size(), data);
+    dir.write("flash.bin", flash);
+  }
+
+  Bytes Flash(uint32_t at, size_t n) const { return dir.read("flash.bin").substr(at, n); }
+
+  RunResult Run(std::vector<std::string> args) {
+    args.insert(args.begin(), {"-openprj", dir.file("chip.pellam")});
+    const std::vector<std::string> env = {"TARLOSIM_CHIP=C22018", "TARLOSIM_FLASH=" + dir.file("flash.bin"),
+                                          "HOME=" + dir.path(), "TARLOSIM_FAULT", "TARLOSIM_TIMING",
+                                          "TARLOSIM_SIZE", "TARLOSIM_TRACE", "TARLOSIM_STATS"};
+    RunResult r = RunProgram(args, dir.path(), env, kRunLimitSeconds);
+    r.out = StripCR(r.out);
+    return r;
+  }
+};
+
+Bytes Pattern(size_t n, uint32_t seed) {
+  Bytes b(n, '\0');
+  uint32_t x = seed * 2654435761u + 1;
+  for (auto& c : b) {
+    x = x * 1103515245u + 12345u;
+    c = (char)(x >> 16);
+    if (c == '\xFF') c = 0x7F;
+  }
+  return b;
+}
+
+// A chip larger than the 32-bit addresses can reach, or one whose sector
+// table would need a flag for each of billions of sectors, is refused by
+// every operation that works from the geometry, naming the keys; the chip
+// is left as it was.
+TEST(FlashGeometry, GeometryBeyondTheAddressSpaceIsRefusedNamingItsKeys) {
+  struct Case {
+    Geometry g;
+    std::vector<std::string> action;
+    const char* failure;
+  };
+  const Geometry pages32 = {"0xFFFFFFFF", 8, 8};
+  const Geometry minusOne = {"-1", 8, 8};
+  const Geometry pageShift32 = {"0x10000", 32, 0};
+  const Geometry byteSectors = {"0x1000000", 8, 0};   // 4 GiB in 2^32 one-byte sectors
+  const Case cases[] = {
+      {pages32, {"-open", "d.bin", "0", "-auto"}, "Failed to auto program target."},
+      {minusOne, {"-open", "d.bin", "0", "-auto"}, "Failed to auto program target."},
+      {pages32, {"-erasesectors"}, "Failed to erase sectors."},
+      {pages32, {"-readchip"}, "Failed to read back target memory."},
+      {pages32, {"-erasechip"}, "Failed to erase chip."},
+      {pages32, {"-open", "d.bin", "0", "-program"}, "Failed to program target."},
+      {pages32, {"-open", "d.bin", "0", "-programverify"}, "Failed to program and verify target."},
+      {pageShift32, {"-open", "d.bin", "0", "-auto"}, "Failed to auto program target."},
+      {pageShift32, {"-readchip"}, "Failed to read back target memory."},
+      {byteSectors, {"-erasesectors"}, "Failed to erase sectors."},
+      {byteSectors, {"-open", "d.bin", "0", "-auto"}, "Failed to auto program target."},
+  };
+  for (const Case& c : cases) {
+    std::string label = std::string(c.g.numPages) + "/" + std::to_string(c.g.pageShift) + "/" +
+                        std::to_string(c.g.sectorShift) + " " + c.action.back();
+    SCOPED_TRACE(label);
+    Rig rig;
+    rig.WriteProject(c.g);
+    const Bytes before = Pattern(0x2000, 1);
+    rig.SetFlash(0, before);
+    rig.dir.write("d.bin", Pattern(0x1000, 2));
+    RunResult r = rig.Run(c.action);
+    EXPECT_EQ(r.exitStatus, 1) << r.out << r.err;
+    EXPECT_TRUE(Has(r, "ERROR: Flash geometry")) << r.out;
+    EXPECT_TRUE(Has(r, "NumPages = ")) << r.out;
+    EXPECT_TRUE(Has(r, c.failure)) << r.out;
+    EXPECT_EQ(rig.Flash(0, before.size()), before);
+  }
+}
+
+// A chip of exactly 4 GiB still fits the addresses: its sector table is
+// built and an auto run of a small image works on the first sector.
+TEST(FlashGeometry, ChipOfTheWholeAddressSpaceIsAccepted) {
+  Rig rig;
+  rig.WriteProject({"0x1000000", 8, 16});
+  const Bytes image = Pattern(0x1000, 3);
+  rig.dir.write("d.bin", image);
+  RunResult r = rig.Run({"-open", "d.bin", "0", "-auto"});
+  EXPECT_EQ(r.exitStatus, 0) << r.out;
+  EXPECT_EQ(rig.Flash(0, image.size()), image);
+}
+
+// Data that no sector of the table covers (a sector larger than the chip,
+// or the tail of a chip that is no whole number of sectors) is still
+// programmed and verified by -auto; where the flash already holds other
+// bytes there, the verify fails loudly instead of reporting success.
+TEST(FlashGeometry, AutoProgramsAndVerifiesDataNoSectorCovers) {
+  struct Case {
+    Geometry g;
+    uint32_t at;
+  };
+  const Case cases[] = {
+      {{"0x10000", 8, 25}, 0},          // one 32 MiB sector on a 16 MiB chip: no sector at all
+      {{"0x10000", 8, 32}, 0x1000},
+      {{"0xFFFF", 8, 16}, 0xFF0000},    // 255 whole sectors, then 0xFF00 bytes outside them
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::to_string(c.g.sectorShift) + " @ " + std::to_string(c.at));
+    const Bytes image = Pattern(0x800, c.at + 4);
+    {
+      Rig rig;
+      rig.WriteProject(c.g);
+      char base[16];
+      std::snprintf(base, sizeof base, "0x%X", c.at);
+      rig.dir.write("d.bin", image);
+      RunResult r = rig.Run({"-open", "d.bin", base, "-auto"});
+      EXPECT_EQ(r.exitStatus, 0) << r.out;
+      EXPECT_TRUE(Has(r, "Programming target (2048 bytes, 1 range) ...")) << r.out;
+      EXPECT_TRUE(Has(r, "Verifying target (2048 bytes, 1 range) ...")) << r.out;
+      EXPECT_EQ(rig.Flash(c.at, image.size()), image);
+    }
+    {
+      // The same where the flash holds other data: nothing can erase it, so
+      // the run must fail.
+      Rig rig;
+      rig.WriteProject(c.g);
+      rig.SetFlash(c.at, Bytes(image.size(), '\0'));
+      char base[16];
+      std::snprintf(base, sizeof base, "0x%X", c.at);
+      rig.dir.write("d.bin", image);
+      RunResult r = rig.Run({"-open", "d.bin", base, "-auto"});
+      EXPECT_EQ(r.exitStatus, 1) << r.out;
+      EXPECT_TRUE(Has(r, "Verification failed @ address")) << r.out;
+      EXPECT_FALSE(Has(r, "Target erased, programmed and verified successfully.")) << r.out;
+    }
+  }
+}
+
+}  // namespace
