@@ -63,6 +63,7 @@ int  SYS_FILE_Read(int fd, void* buffer, uint32_t numBytes);
 int  SYS_FILE_Write(int fd, const void* buffer, uint32_t numBytes);
 void SYS_FILE_Close(int fd);
 uint32_t SYS_FILE_GetSize(int fd);
+uint64_t SYS_FILE_GetSize64(int fd);   // 0 when unknown
 int  SYS_FILE_Exists(const char* path);
 int  SYS_FILE_IsReadOnly(const char* path);
 int  SYS_GetLastError(void);
@@ -86,8 +87,15 @@ void SYS_ConsoleWrite(const char* text, int length);
 
 // ---- Allocation (never throws; null on failure) ----
 void* SYS_Alloc(uint32_t size);
+void* SYS_Calloc(uint32_t count, uint32_t size);   // zeroed; null also when count * size overflows
+// Like realloc: on failure the old block stays valid and null is returned.
 void* SYS_Realloc(void* p, uint32_t size);
 void  SYS_Free(void* p);
+// Test hook: make the nth allocation from now (SYS_Alloc, SYS_Calloc,
+// SYS_Realloc, SYS_AllocGuarded) fail once; 0 disarms. Pending: 1 while the
+// armed allocation has not happened yet.
+void SYS_TEST_FailAllocation(uint32_t nth);
+int   SYS_TEST_AllocFailurePending(void);
 // Guarded blocks: a length and a marker in front of the data, a guard byte
 // behind it. SYS_CheckGuarded: 0 for null or intact, -1 when damaged.
 void* SYS_AllocGuarded(uint32_t size);
