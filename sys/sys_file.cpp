@@ -20,10 +20,11 @@ namespace {
 constexpr int kTraceInfo = 1;
 constexpr int kMaxDirDepth = 128;
 constexpr int kMaxLinkHops = 64;   // a link cycle must not hang the program
-// Error number of a read open that found no regular file. The readers' open
-// messages know a few numbers; this one is none of them, so it is reported
-// as an invalid file handle.
-constexpr int kNotRegularFile = EINVAL;
+// Error number of a read open that found no regular file (a FIFO, device or
+// directory). The open messages of the data-file readers and of the settings
+// stores know a few numbers; this is none of them in any of their tables,
+// so every caller reports it as an invalid file handle.
+constexpr int kNotRegularFile = EBADF;
 
 int OpenOnce(const char* path, uint32_t flags) {
   int oflags = O_CLOEXEC;
