@@ -1,7 +1,11 @@
 // Platform layer: mutexes, events, threads, time, files, paths, allocation.
 // No function here prints to the console or ends the process.
 #pragma once
+#include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <new>
+#include <type_traits>
 
 // ---- Mutexes and events (fixed tables of 64 entries) ----
 typedef void* SYS_HMUTEX;          // 0 = no mutex
@@ -101,3 +105,27 @@ int   SYS_TEST_AllocFailurePending(void);
 void* SYS_AllocGuarded(uint32_t size);
 int   SYS_CheckGuarded(void* p);
 void  SYS_FreeGuarded(void* p);
+
+// C++ owners of platform-allocated blocks, so that every allocation whose
+// failure the program reports goes through SYS_Alloc (and its test hook).
+struct SYS_FreeDeleter {
+  void operator()(void* p) const { SYS_Free(p); }
+};
+template <typename T>
+using SYS_Ptr = std::unique_ptr<T, SYS_FreeDeleter>;
+
+// A value-initialised record, or null.
+template <typename T>
+SYS_Ptr<T> SYS_New() {
+  static_assert(std::is_trivially_destructible_v<T>);
+  void* p = SYS_Alloc(static_cast<uint32_t>(sizeof(T)));
+  return SYS_Ptr<T>(p != nullptr ? new (p) T() : nullptr);
+}
+
+// An uninitialised array of n plain values, or null.
+template <typename T>
+SYS_Ptr<T[]> SYS_NewArray(size_t n) {
+  static_assert(std::is_trivial_v<T>);
+  if (n > 0xFFFFFFFFu / sizeof(T)) return SYS_Ptr<T[]>();
+  return SYS_Ptr<T[]>(static_cast<T*>(SYS_Alloc(static_cast<uint32_t>(n * sizeof(T)))));
+}
