@@ -170,6 +170,7 @@ class AllocFailure : public ::testing::Test {
     dir.write("flash.bin", std::string(1 << 20, '\xFF'));
     std::remove(dir.file("out.hex").c_str());
     std::remove(dir.file("out.bin").c_str());
+    std::remove(dir.file("back.mot").c_str());
     std::remove(dir.file(".config/Valmik/PellamSPI.ini").c_str());
   }
 
@@ -208,6 +209,8 @@ class AllocFailure : public ::testing::Test {
   bool Claims(const std::string& out, const std::string& line) const { return out.find(line) != std::string::npos; }
 };
 
+// A file written back right after the open shows whether the image the open
+// reported held every byte of the file.
 TEST_F(AllocFailure, LoadingDataFiles) {
   struct Case {
     std::vector<std::string> args;
@@ -217,12 +220,17 @@ TEST_F(AllocFailure, LoadingDataFiles) {
       {{"-open", "d.mot"}, "Data file opened successfully (300 bytes, 1 range)"},
       {{"-open", "d.bin", "0x1000"}, "Data file opened successfully (300 bytes, 1 range)"},
   };
-  for (const Case& c : cases) {
+  for (Case& c : cases) {
     SCOPED_TRACE(c.args[1]);
+    c.args.insert(c.args.end(), {"-saveas", "back.mot"});
+    std::string written;  // as the run without failures wrote it
     ForEachFailure(c.args, [&](const std::string& out) {
-      // Any success line of the open must be the whole file.
+      if (written.empty()) written = dir.read("back.mot");
       if (Claims(out, "Data file opened successfully")) {
         EXPECT_TRUE(Claims(out, c.opened)) << out;
+        if (Claims(out, "Data file saved successfully")) {
+          EXPECT_EQ(dir.read("back.mot"), written) << out;
+        }
       }
     });
   }
