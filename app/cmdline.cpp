@@ -116,7 +116,7 @@ bool NextIsRange(const Walk& w) { return w.HasNext() && w.argv[w.argIndex + 1][0
 
 char* CopyText(const char* text) {
   const size_t n = std::strlen(text) + 1;
-  char* copy = static_cast<char*>(std::malloc(n));
+  char* copy = static_cast<char*>(SYS_Alloc(static_cast<uint32_t>(n)));
   if (copy != nullptr) std::memcpy(copy, text, n);
   return copy;
 }
@@ -456,7 +456,7 @@ int OptIp(Walk&, const char* arg, size_t n) {
 int OptSpeed(Walk& w, const char* arg, size_t n) {
   // The sequence record is large; it holds the interface speed. It is
   // copied before the value is parsed, so a missing project is reported first.
-  std::unique_ptr<ProjectSequences> block(new (std::nothrow) ProjectSequences);
+  SYS_Ptr<ProjectSequences> block = SYS_New<ProjectSequences>();
   if (block == nullptr) {
     LOG_Error("Out of memory");
     return 0;

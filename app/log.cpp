@@ -37,8 +37,9 @@ volatile sig_atomic_t AbortFlag = 0;
 // Owns a malloc'd buffer; the writer must not throw when memory runs out.
 struct MallocBuffer {
   char* p;
-  explicit MallocBuffer(size_t size) : p(static_cast<char*>(std::malloc(size))) {}
-  ~MallocBuffer() { std::free(p); }
+  explicit MallocBuffer(size_t size)
+      : p(size <= 0xFFFFFFFFu ? static_cast<char*>(SYS_Alloc(static_cast<uint32_t>(size))) : nullptr) {}
+  ~MallocBuffer() { SYS_Free(p); }
   MallocBuffer(const MallocBuffer&) = delete;
   MallocBuffer& operator=(const MallocBuffer&) = delete;
 };

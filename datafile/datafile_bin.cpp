@@ -39,11 +39,11 @@ void Flush(FileWriter* w) {
 
 namespace datafile {
 
-InputBuffer::InputBuffer(int fd) : fd_(fd), data_(static_cast<uint8_t*>(std::malloc(kSize + 1))) {
+InputBuffer::InputBuffer(int fd) : fd_(fd), data_(static_cast<uint8_t*>(SYS_Alloc(kSize + 1))) {
   if (data_ != nullptr) data_[0] = 0;
 }
 
-InputBuffer::~InputBuffer() { std::free(data_); }
+InputBuffer::~InputBuffer() { SYS_Free(data_); }
 
 void InputBuffer::Refill() {
   const uint32_t rest = held_ - pos;
@@ -97,11 +97,11 @@ FileWriter* FILEWRITER_Open(const char* fileName, char* errorText, uint32_t erro
     DATAFILE_StoreError(errorText, errorTextSize, "Could not write file. Invalid filename.");
     return nullptr;
   }
-  FileWriter* w = static_cast<FileWriter*>(std::calloc(1, sizeof(FileWriter)));
-  uint8_t* buffer = static_cast<uint8_t*>(std::malloc(kWriteBufferSize));
+  FileWriter* w = static_cast<FileWriter*>(SYS_Calloc(1, sizeof(FileWriter)));
+  uint8_t* buffer = static_cast<uint8_t*>(SYS_Alloc(kWriteBufferSize));
   if (w == nullptr || buffer == nullptr) {
-    std::free(w);
-    std::free(buffer);
+    SYS_Free(w);
+    SYS_Free(buffer);
     DATAFILE_StoreError(errorText, errorTextSize, "Could not write file. Out of memory.");
     return nullptr;
   }
@@ -117,8 +117,8 @@ FileWriter* FILEWRITER_Open(const char* fileName, char* errorText, uint32_t erro
       UTIL_snprintf(text, sizeof text, "Could not write file.\n%s", fileName);
     }
     DATAFILE_StoreError(errorText, errorTextSize, text);
-    std::free(w);
-    std::free(buffer);
+    SYS_Free(w);
+    SYS_Free(buffer);
     return nullptr;
   }
   w->file = fd;
@@ -151,33 +151,57 @@ int FILEWRITER_Close(FileWriter* w) {
   Flush(w);
   SYS_FILE_Close(w->file);
   const int result = w->failed ? -1 : 0;
-  std::free(w->buffer);
-  std::free(w);
+  SYS_Free(w->buffer);
+  SYS_Free(w);
   return result;
 }
 
 int DATAFILE_ReadBinEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
                        uint32_t startAddr, DATAFILE_PROGRESS_FUNC progress, void* context) {
-  return ReadFrame(image, [&]() -> int {
+  return ReadFrame(image, errorText, errorTextSize, [&]() -> int {
     const int fd = OpenForRead(fileName, errorText, errorTextSize);
     if (fd < 0) return -1;
-    uint8_t* chunk = static_cast<uint8_t*>(std::malloc(kReadChunk));
-    if (chunk == nullptr) {
-      DATAFILE_StoreError(errorText, errorTextSize, "Could not read file. Out of memory.");
+    // The image's sizes are 32 bits: a file of 4 GiB or more, or one that
+    // would run past the top of the address space, cannot be held whole.
+    // At most 4 GiB - 1 bytes, ending at 0xFFFFFFFF at the highest.
+    const uint64_t room = startAddr == 0 ? 0xFFFFFFFFull : 0x100000000ull - startAddr;
+    const uint64_t fileSize = SYS_FILE_GetSize64(fd);
+    const char* tooLarge = fileSize >= 0x100000000ull ? "Could not read file. File is 4 GiB or larger."
+                                                      : "Could not read file. Address range exceeds 0xFFFFFFFF.";
+    if (fileSize > room) {
+      DATAFILE_StoreError(errorText, errorTextSize, tooLarge);
       SYS_FILE_Close(fd);
       return -1;
     }
-    uint32_t address = startAddr;
+    uint8_t* chunk = static_cast<uint8_t*>(SYS_Alloc(kReadChunk));
+    if (chunk == nullptr) {
+      DATAFILE_StoreError(errorText, errorTextSize, kReadOutOfMemory);
+      SYS_FILE_Close(fd);
+      return -1;
+    }
+    int result = 0;
+    uint64_t loaded = 0;
     for (;;) {
       const int n = SYS_FILE_Read(fd, chunk, kReadChunk);
       if (n <= 0) break;
+      const uint32_t address = static_cast<uint32_t>(startAddr + loaded);
+      // The file may grow while it is read.
+      if (loaded + static_cast<uint32_t>(n) > room) {
+        DATAFILE_StoreError(errorText, errorTextSize, tooLarge);
+        result = -1;
+        break;
+      }
       Progress(progress, context, image, address);
-      MEMIMAGE_AddData(image, address, static_cast<uint32_t>(n), chunk, -1);
-      address += static_cast<uint32_t>(n);
+      if (MEMIMAGE_AddData(image, address, static_cast<uint32_t>(n), chunk, -1) == -3) {
+        DATAFILE_StoreError(errorText, errorTextSize, kReadOutOfMemory);
+        result = -3;
+        break;
+      }
+      loaded += static_cast<uint32_t>(n);
     }
-    std::free(chunk);
+    SYS_Free(chunk);
     SYS_FILE_Close(fd);
-    return 0;
+    return result;
   });
 }
 
@@ -190,7 +214,7 @@ int DATAFILE_WriteBinEx(MemImage* image, const char* fileName, char* errorText, 
                         uint32_t firstAddr, uint32_t lastAddr, DATAFILE_PROGRESS_FUNC progress, void* context) {
   return WriteFrame(image, fileName, errorText, errorTextSize, [&](FileWriter* w) {
     constexpr uint32_t kBlock = 0x10000;
-    uint8_t* block = static_cast<uint8_t*>(std::malloc(kBlock));
+    uint8_t* block = static_cast<uint8_t*>(SYS_Alloc(kBlock));
     if (block == nullptr) {
       w->failed = 1;
       DATAFILE_StoreError(errorText, errorTextSize, "Could not write file. Out of memory.");
@@ -217,7 +241,7 @@ int DATAFILE_WriteBinEx(MemImage* image, const char* fileName, char* errorText, 
       FILEWRITER_Write(w, block, static_cast<uint32_t>(len));
       c += static_cast<uint32_t>(len);
     }
-    std::free(block);
+    SYS_Free(block);
   });
 }
 

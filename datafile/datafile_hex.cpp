@@ -92,7 +92,12 @@ int ParseHex(MemImage* image, InputBuffer& in, uint32_t& line, HexParse& out, DA
       case 0: {
         const uint32_t address = offset + (addrHi << 8 | addrLo);
         Progress(progress, context, image, address);
-        if (MEMIMAGE_AddData(image, address, count, record, -1) == -1) return fail("Areas overlap");
+        const char* refusal = nullptr;
+        const int added = AddRecord(image, address, count, record, refusal);
+        if (added != 0) {
+          fail(refusal);
+          return added;
+        }
         break;
       }
       case 2:

@@ -89,12 +89,39 @@ int WriteFrame(MemImage* image, const char* fileName, char* errorText, uint32_t 
   return 0;
 }
 
-// The common reader frame around a parser.
+constexpr char kReadOutOfMemory[] = "Could not read file. Out of memory.";
+
+// Adds one record's data. 0 when added; -5 with `message` set when it runs
+// past the address space or overlaps loaded data; -3 with `message` set when
+// no memory was left for it.
+inline int AddRecord(MemImage* image, uint32_t address, uint32_t count, const uint8_t* data,
+                     const char*& message) {
+  if (uint64_t(address) + count > 0x100000000ull) {
+    message = "Address range exceeds 0xFFFFFFFF";
+    return -5;
+  }
+  const int r = MEMIMAGE_AddData(image, address, count, data, -1);
+  if (r == 0) return 0;
+  if (r == -1) {
+    message = "Areas overlap";
+    return -5;
+  }
+  message = "Out of memory";
+  return -3;
+}
+
+// The common reader frame around a parser. An add whose bytes could not be
+// allocated leaves a range without bytes; such an image is not a successful
+// load, whatever the parser says.
 template <typename Parser>
-int ReadFrame(MemImage* image, Parser&& parser) {
+int ReadFrame(MemImage* image, char* errorText, uint32_t errorTextSize, Parser&& parser) {
   if (image == nullptr) return -1;
   MEMIMAGE_Lock(image);
-  const int r = parser();
+  int r = parser();
+  if (r == 0 && MEMIMAGE_HasRangeWithoutBytes(image)) {
+    DATAFILE_StoreError(errorText, errorTextSize, kReadOutOfMemory);
+    r = -3;
+  }
   image->changeCount = 0;
   MEMIMAGE_Unlock(image);
   return r;
@@ -106,7 +133,7 @@ int ReadFrame(MemImage* image, Parser&& parser) {
 template <typename State, typename Parse>
 int ReadRecordFile(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
                    const char* noMemoryMessage, Parse&& parse) {
-  return ReadFrame(image, [&]() -> int {
+  return ReadFrame(image, errorText, errorTextSize, [&]() -> int {
     const int fd = OpenForRead(fileName, errorText, errorTextSize);
     if (fd < 0) return -1;
     uint32_t line = 0;

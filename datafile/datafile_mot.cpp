@@ -100,10 +100,8 @@ int ParseMot(MemImage* image, InputBuffer& in, uint32_t& line, MotParse& out, DA
         uint32_t address = 0;
         for (uint32_t i = 0; i < addrBytes; i++) address = address << 8 | record[i];
         Progress(progress, context, image, address);
-        if (MEMIMAGE_AddData(image, address, count - addrBytes - 1, record + addrBytes, -1) == -1) {
-          out.message = "Areas overlap";
-          return -5;
-        }
+        const int added = AddRecord(image, address, count - addrBytes - 1, record + addrBytes, out.message);
+        if (added != 0) return added;
       }
     }
     in.pos = static_cast<uint32_t>(p - buf);

@@ -23,17 +23,17 @@ inline uint64_t EndOf(const MemRange* r) { return uint64_t(r->start) + r->size; 
 inline uint32_t LastOf(const MemRange* r) { return r->start + r->size - 1; }
 
 void FreeRange(MemRange* r) {
-  std::free(r->data);
-  std::free(r);
+  SYS_Free(r->data);
+  SYS_Free(r);
 }
 
 // Grows a buffer to `want` bytes. On failure the range loses its bytes
 // (allocation failures are not reported by adds; the range keeps its addresses).
 void Regrow(MemRange* r, uint64_t want) {
   if (want > 0xFFFFFFFFull) want = 0xFFFFFFFFull;
-  void* p = std::realloc(r->data, static_cast<size_t>(want));
+  void* p = SYS_Realloc(r->data, static_cast<uint32_t>(want));
   if (p == nullptr) {
-    std::free(r->data);
+    SYS_Free(r->data);
     r->data = nullptr;
     r->allocated = 0;
     return;
@@ -51,7 +51,7 @@ void PutBytes(uint8_t* dest, uint32_t n, const void* src, int32_t fill) {
 }
 
 MemRange* NewRange(uint32_t start, uint32_t n, const void* src, int32_t fill, bool hasData) {
-  MemRange* r = static_cast<MemRange*>(std::malloc(sizeof(MemRange)));
+  MemRange* r = static_cast<MemRange*>(SYS_Alloc(static_cast<uint32_t>(sizeof(MemRange))));
   if (r == nullptr) return nullptr;
   r->next = nullptr;
   r->start = start;
@@ -60,7 +60,7 @@ MemRange* NewRange(uint32_t start, uint32_t n, const void* src, int32_t fill, bo
   r->allocated = 0;
   if (hasData) {
     const uint32_t cap = n > kMinAlloc ? n : kMinAlloc;
-    r->data = static_cast<uint8_t*>(std::malloc(cap));
+    r->data = static_cast<uint8_t*>(SYS_Alloc(cap));
     if (r->data != nullptr) {
       r->allocated = cap;
       PutBytes(r->data, n, src, fill);
@@ -91,13 +91,14 @@ void JoinNext(MemImage* image, MemRange* r) {
   } else if (r->data != nullptr) {
     // A range without bytes joins one with bytes: the joined range cannot
     // keep part of its bytes, so it becomes an address reservation.
-    std::free(r->data);
+    SYS_Free(r->data);
     r->data = nullptr;
     r->allocated = 0;
   }
   r->size = static_cast<uint32_t>(joined);
   r->next = t->next;
   if (image->last == t) image->last = nullptr;
+  if (image->addHint == t) image->addHint = r;
   FreeRange(t);
   image->rangeCount--;
   image->cursorIndex = -1;
@@ -108,7 +109,7 @@ void AppendTo(MemImage* image, MemRange* r, uint32_t n, const void* src, int32_t
     if (n > r->allocated - r->size) Regrow(r, uint64_t(r->allocated) + r->allocated / 8 + kMinAlloc + n);
     if (r->data != nullptr) PutBytes(r->data + r->size, n, src, fill);
   } else if (r->data != nullptr) {
-    std::free(r->data);
+    SYS_Free(r->data);
     r->data = nullptr;
     r->allocated = 0;
   }
@@ -125,7 +126,7 @@ void PrependTo(MemImage* image, MemRange* prev, MemRange* r, uint32_t s, uint32_
       PutBytes(r->data, n, src, fill);
     }
   } else if (r->data != nullptr) {
-    std::free(r->data);
+    SYS_Free(r->data);
     r->data = nullptr;
     r->allocated = 0;
   }
@@ -138,9 +139,9 @@ void PrependTo(MemImage* image, MemRange* prev, MemRange* r, uint32_t s, uint32_
 // down to that size.
 void KeepHead(MemRange* r, uint32_t headSize) {
   if (r->data != nullptr) {
-    uint8_t* p = static_cast<uint8_t*>(std::malloc(headSize));
+    uint8_t* p = static_cast<uint8_t*>(SYS_Alloc(headSize));
     if (p != nullptr) std::memcpy(p, r->data, headSize);
-    std::free(r->data);
+    SYS_Free(r->data);
     r->data = p;
     r->allocated = p != nullptr ? headSize : 0;
   }
@@ -206,7 +207,7 @@ class Guard {
 }  // namespace
 
 MemImage* MEMIMAGE_Create(void) {
-  MemImage* image = static_cast<MemImage*>(std::calloc(1, sizeof(MemImage)));
+  MemImage* image = static_cast<MemImage*>(SYS_Calloc(1, sizeof(MemImage)));
   if (image == nullptr) return nullptr;
   image->changeCount = 1;
   image->cursorIndex = -1;
@@ -223,8 +224,8 @@ void MEMIMAGE_Delete(MemImage* image) {
     FreeRange(r);
     r = next;
   }
-  std::free(image->patches);
-  std::free(image);
+  SYS_Free(image->patches);
+  SYS_Free(image);
 }
 
 int MEMIMAGE_Lock(MemImage* image) {
@@ -279,7 +280,7 @@ int MEMIMAGE_AddData(MemImage* image, uint32_t start, uint32_t size, const void*
 
   auto insertAfter = [&](MemRange* prev) -> int {
     MemRange* r = NewRange(start, size, src, fill, hasData);
-    if (r == nullptr) return -1;
+    if (r == nullptr) return -3;
     if (prev == nullptr) {
       r->next = image->first;
       image->first = r;
@@ -289,6 +290,7 @@ int MEMIMAGE_AddData(MemImage* image, uint32_t start, uint32_t size, const void*
     }
     image->rangeCount++;
     if (r->next == nullptr) image->last = r;
+    image->addHint = r;
     return 0;
   };
 
@@ -298,23 +300,34 @@ int MEMIMAGE_AddData(MemImage* image, uint32_t start, uint32_t size, const void*
   if (start == EndOf(last)) {
     if (uint64_t(last->size) + size > kMaxSize) return insertAfter(last);
     AppendTo(image, last, size, src, fill, hasData);
+    image->addHint = last;
     return 0;
   }
   if (start > EndOf(last)) return insertAfter(last);
 
+  // Out-of-order adds mostly land just after the previous one (a file
+  // written in interleaved passes), so the walk starts at the range the
+  // last add touched when that lies at or below the new start. Starting
+  // there needs no predecessor: the first step can only append to that
+  // range, refuse an overlap, or move on.
   MemRange* prev = nullptr;
-  for (MemRange* r = image->first; r != nullptr; r = r->next) {
+  MemRange* r = image->first;
+  if (image->addHint != nullptr && image->addHint->start <= start) r = image->addHint;
+  for (; r != nullptr; r = r->next) {
     const uint64_t end = EndOf(r);
     if (start == end) {
       // Appending must not run into the next range.
       if (r->next != nullptr && newEnd > r->next->start) return -1;
       if (uint64_t(r->size) + size > kMaxSize) return insertAfter(r);
       AppendTo(image, r, size, src, fill, hasData);
+      image->addHint = r;
       return 0;
     }
     if (r->start == newEnd) {
       if (uint64_t(r->size) + size > kMaxSize) return insertAfter(prev);
       PrependTo(image, prev, r, start, size, src, fill, hasData);
+      // Joining with the predecessor frees r.
+      image->addHint = prev != nullptr ? prev : r;
       return 0;
     }
     if (start <= r->start) {
@@ -341,6 +354,7 @@ void MEMIMAGE_RemoveArea(MemImage* image, uint32_t a, uint32_t b) {
   if (image == nullptr) return;
   image->changeCount++;
   image->cursorIndex = -1;
+  image->addHint = nullptr;
   if (b < a) return;
   MemRange* prev = nullptr;
   MemRange* r = image->first;
@@ -361,9 +375,9 @@ void MEMIMAGE_RemoveArea(MemImage* image, uint32_t a, uint32_t b) {
       const uint32_t cut = b - r->start + 1;
       const uint32_t keep = r->size - cut;
       if (r->data != nullptr) {
-        uint8_t* p = static_cast<uint8_t*>(std::malloc(keep));
+        uint8_t* p = static_cast<uint8_t*>(SYS_Alloc(keep));
         if (p != nullptr) std::memcpy(p, r->data + cut, keep);
-        std::free(r->data);
+        SYS_Free(r->data);
         r->data = p;
         r->allocated = p != nullptr ? keep : 0;
       }
@@ -373,7 +387,7 @@ void MEMIMAGE_RemoveArea(MemImage* image, uint32_t a, uint32_t b) {
       // Strictly inside: split into head and tail.
       const uint32_t tailSize = rLast - b;
       const uint32_t headSize = a - r->start;
-      MemRange* t = static_cast<MemRange*>(std::malloc(sizeof(MemRange)));
+      MemRange* t = static_cast<MemRange*>(SYS_Alloc(static_cast<uint32_t>(sizeof(MemRange))));
       if (t != nullptr) {
         t->start = b + 1;
         t->size = tailSize;
@@ -381,7 +395,7 @@ void MEMIMAGE_RemoveArea(MemImage* image, uint32_t a, uint32_t b) {
         t->allocated = 0;
         if (r->data != nullptr) {
           const uint32_t cap = tailSize > kMinAlloc ? tailSize : kMinAlloc;
-          t->data = static_cast<uint8_t*>(std::malloc(cap));
+          t->data = static_cast<uint8_t*>(SYS_Alloc(cap));
           if (t->data != nullptr) {
             t->allocated = cap;
             std::memcpy(t->data, r->data + (b + 1 - r->start), tailSize);
@@ -433,6 +447,14 @@ uint32_t MEMIMAGE_GetNumBytes(MemImage* image) {
   uint32_t n = 0;
   for (MemRange* r = image->first; r != nullptr; r = r->next) n += r->size;
   return n;
+}
+
+int MEMIMAGE_HasRangeWithoutBytes(MemImage* image) {
+  if (image == nullptr) return 0;
+  for (MemRange* r = image->first; r != nullptr; r = r->next) {
+    if (r->data == nullptr && r->size != 0) return 1;
+  }
+  return 0;
 }
 
 uint32_t MEMIMAGE_GetNumBytesLocked(MemImage* image) {
@@ -637,6 +659,7 @@ int MEMIMAGE_ShiftAddr(MemImage* image, uint32_t offset) {
   if (image == nullptr) return 0;
   image->changeCount++;
   image->cursorIndex = -1;
+  image->addHint = nullptr;
   for (MemRange* r = image->first; r != nullptr; r = r->next) r->start += offset;
   for (uint32_t i = 0; i < image->patchCount; i++) image->patches[i].address += offset;
   return 0;
@@ -648,7 +671,7 @@ int MEMIMAGE_SetByte(MemImage* image, uint32_t address, uint8_t value) {
   const int index = static_cast<int>(image->patchCount);
   if (image->patchCount == image->patchCapacity) {
     const uint32_t cap = image->patchCapacity + kPatchGrowth;
-    void* p = std::realloc(image->patches, sizeof(MemPatch) * cap);
+    void* p = SYS_Realloc(image->patches, static_cast<uint32_t>(sizeof(MemPatch) * cap));
     if (p == nullptr) return index;  // dropped silently
     image->patches = static_cast<MemPatch*>(p);
     image->patchCapacity = cap;
@@ -680,7 +703,7 @@ int MEMIMAGE_CommitPatches(MemImage* image) {
       result = 1;
     }
   }
-  std::free(image->patches);
+  SYS_Free(image->patches);
   image->patches = nullptr;
   image->patchCount = 0;
   image->patchCapacity = 0;
@@ -716,7 +739,7 @@ int MEMIMAGE_AddSkipBlank(MemImage* image, uint32_t start, uint32_t length, cons
 int MEMIMAGE_RemoveBlank(MemImage* image, uint32_t minBlankRun) {
   if (image == nullptr) return 0;
   constexpr int32_t kBlock = 0x10000;
-  uint8_t* buf = static_cast<uint8_t*>(std::malloc(kBlock));
+  uint8_t* buf = static_cast<uint8_t*>(SYS_Alloc(kBlock));
   if (buf == nullptr) return 0;
   if (minBlankRun == 0) minBlankRun = 1;
   Guard g(image);
@@ -739,6 +762,6 @@ int MEMIMAGE_RemoveBlank(MemImage* image, uint32_t minBlankRun) {
     if (next > 0xFFFFFFFFull) break;
     cursor = static_cast<uint32_t>(next);
   }
-  std::free(buf);
+  SYS_Free(buf);
   return 0;
 }

@@ -31,6 +31,7 @@ struct MemImage {
   SYS_HMUTEX mutex;
   int32_t    cursorIndex;
   MemRange*  cursorRange;
+  MemRange*  addHint;    // range touched by the last add, may be null
 };
 
 MemImage* MEMIMAGE_Create(void);
@@ -41,6 +42,9 @@ void      MEMIMAGE_Unlock(MemImage* image);
 uint32_t  MEMIMAGE_GetNumRanges(MemImage* image);
 uint8_t*  MEMIMAGE_GetRange(MemImage* image, int32_t index, uint32_t* start, uint32_t* size);
 
+// 0 added; -1 overlaps loaded data, runs past 0xFFFFFFFF, or no image; -3 no
+// memory for the range itself. A range whose bytes could not be allocated is
+// kept without bytes and not reported here: see MEMIMAGE_HasRangeWithoutBytes.
 int  MEMIMAGE_AddData(MemImage* image, uint32_t start, uint32_t size, const void* src, int32_t fill);
 int  MEMIMAGE_AddDataLocked(MemImage* image, uint32_t start, uint32_t size, const void* src);
 int  MEMIMAGE_AddFill(MemImage* image, uint32_t start, uint32_t size, uint8_t fill);
@@ -52,6 +56,8 @@ uint32_t MEMIMAGE_GetFirstAddrLocked(MemImage* image);
 uint32_t MEMIMAGE_GetLastAddr(MemImage* image);
 uint32_t MEMIMAGE_GetLastAddrLocked(MemImage* image);
 uint32_t MEMIMAGE_GetNumBytes(MemImage* image);
+// 1 when a range lacks its bytes (their allocation failed), else 0.
+int      MEMIMAGE_HasRangeWithoutBytes(MemImage* image);
 uint32_t MEMIMAGE_GetNumBytesLocked(MemImage* image);
 
 int  MEMIMAGE_ReadByte(MemImage* image, uint32_t address);

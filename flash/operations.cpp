@@ -34,8 +34,8 @@ constexpr uint16_t kRateVerify = 100;
 const char* Plural(uint32_t n) { return n == 1 ? "" : "s"; }
 
 template <typename T>
-std::unique_ptr<T[]> TryAlloc(size_t n) {
-  return std::unique_ptr<T[]>(new (std::nothrow) T[n]);
+SYS_Ptr<T[]> TryAlloc(size_t n) {
+  return SYS_NewArray<T>(n);
 }
 
 struct ImageDeleter {
@@ -383,6 +383,11 @@ MemImage* ReadOp(bool topLevel, const char* beginText, Work&& work) {
       return kWorkQuietFail;
     }
     work(image.get());
+    // A range whose bytes could not be allocated must not pass as read.
+    if (!LOG_HasError() && MEMIMAGE_HasRangeWithoutBytes(image.get())) {
+      LOG_ReportError("Could not read target memory, out of memory.");
+      return kWorkQuietFail;
+    }
     FormatReadSuccess(success, sizeof success, image.get());
     return kWorkDone;
   });
@@ -480,7 +485,8 @@ int AutoWork(MemImage* image) {
   readBack.reset();  // compared; holding it on would only raise the peak
 
   ImagePtr work(MEMIMAGE_Create());
-  if (!work || CopyFlaggedSectors(work.get(), image, shift, touched.get(), numSectors) != 0) {
+  if (!work || CopyFlaggedSectors(work.get(), image, shift, touched.get(), numSectors) != 0 ||
+      MEMIMAGE_HasRangeWithoutBytes(work.get())) {
     ReportError("Failed to allocate %d bytes of memory", (int)MEMIMAGE_GetNumBytesLocked(image));
   }
   if (!LOG_HasError()) {

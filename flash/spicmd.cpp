@@ -240,7 +240,7 @@ int SPI_ProgramPages(uint32_t address, uint32_t length, const uint8_t* data) {
   const uint32_t pageSize = 1u << pageShift;
   const uint32_t batchPages = SPI_BatchPages(fp.PageSizeShift);
 
-  std::unique_ptr<PageBatch> batch(new (std::nothrow) PageBatch);
+  SYS_Ptr<PageBatch> batch = SYS_New<PageBatch>();
   if (!batch) {
     ReportAt("Programming failed @ address 0x%.8X (not enough memory)", address);
     return -1;
@@ -275,7 +275,7 @@ int SPI_ReadRange(MemImage* image, uint32_t start, uint32_t end) {
   const uint32_t last = end | 3u;
   if (first > last) return 0;
   const FlashParams fp = ProjectParams();
-  std::unique_ptr<uint8_t[]> buf(new (std::nothrow) uint8_t[SPI_READ_CHUNK]);
+  SYS_Ptr<uint8_t[]> buf = SYS_NewArray<uint8_t>(SPI_READ_CHUNK);
   char text[256];
   if (!buf) {
     UTIL_snprintf(text, sizeof text, "Failed to allocate %d bytes of memory", (int)SPI_READ_CHUNK);

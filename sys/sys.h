@@ -1,7 +1,11 @@
 // Platform layer: mutexes, events, threads, time, files, paths, allocation.
 // No function here prints to the console or ends the process.
 #pragma once
+#include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <new>
+#include <type_traits>
 
 // ---- Mutexes and events (fixed tables of 64 entries) ----
 typedef void* SYS_HMUTEX;          // 0 = no mutex
@@ -63,6 +67,7 @@ int  SYS_FILE_Read(int fd, void* buffer, uint32_t numBytes);
 int  SYS_FILE_Write(int fd, const void* buffer, uint32_t numBytes);
 void SYS_FILE_Close(int fd);
 uint32_t SYS_FILE_GetSize(int fd);
+uint64_t SYS_FILE_GetSize64(int fd);   // 0 when unknown
 int  SYS_FILE_Exists(const char* path);
 int  SYS_FILE_IsReadOnly(const char* path);
 int  SYS_GetLastError(void);
@@ -86,10 +91,41 @@ void SYS_ConsoleWrite(const char* text, int length);
 
 // ---- Allocation (never throws; null on failure) ----
 void* SYS_Alloc(uint32_t size);
+void* SYS_Calloc(uint32_t count, uint32_t size);   // zeroed; null also when count * size overflows
+// Like realloc: on failure the old block stays valid and null is returned.
 void* SYS_Realloc(void* p, uint32_t size);
 void  SYS_Free(void* p);
+// Test hook: make the nth allocation from now (SYS_Alloc, SYS_Calloc,
+// SYS_Realloc, SYS_AllocGuarded) fail once; 0 disarms. Pending: 1 while the
+// armed allocation has not happened yet.
+void SYS_TEST_FailAllocation(uint32_t nth);
+int   SYS_TEST_AllocFailurePending(void);
 // Guarded blocks: a length and a marker in front of the data, a guard byte
 // behind it. SYS_CheckGuarded: 0 for null or intact, -1 when damaged.
 void* SYS_AllocGuarded(uint32_t size);
 int   SYS_CheckGuarded(void* p);
 void  SYS_FreeGuarded(void* p);
+
+// C++ owners of platform-allocated blocks, so that every allocation whose
+// failure the program reports goes through SYS_Alloc (and its test hook).
+struct SYS_FreeDeleter {
+  void operator()(void* p) const { SYS_Free(p); }
+};
+template <typename T>
+using SYS_Ptr = std::unique_ptr<T, SYS_FreeDeleter>;
+
+// A value-initialised record, or null.
+template <typename T>
+SYS_Ptr<T> SYS_New() {
+  static_assert(std::is_trivially_destructible_v<T>);
+  void* p = SYS_Alloc(static_cast<uint32_t>(sizeof(T)));
+  return SYS_Ptr<T>(p != nullptr ? new (p) T() : nullptr);
+}
+
+// An uninitialised array of n plain values, or null.
+template <typename T>
+SYS_Ptr<T[]> SYS_NewArray(size_t n) {
+  static_assert(std::is_trivial_v<T>);
+  if (n > 0xFFFFFFFFu / sizeof(T)) return SYS_Ptr<T[]>();
+  return SYS_Ptr<T[]>(static_cast<T*>(SYS_Alloc(static_cast<uint32_t>(n * sizeof(T)))));
+}

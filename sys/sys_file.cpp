@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -19,6 +20,11 @@ namespace {
 constexpr int kTraceInfo = 1;
 constexpr int kMaxDirDepth = 128;
 constexpr int kMaxLinkHops = 64;   // a link cycle must not hang the program
+// Error number of a read open that found no regular file (a FIFO, device or
+// directory). The open messages of the data-file readers and of the settings
+// stores know a few numbers; this is none of them in any of their tables,
+// so every caller reports it as an invalid file handle.
+constexpr int kNotRegularFile = EBADF;
 
 int OpenOnce(const char* path, uint32_t flags) {
   int oflags = O_CLOEXEC;
@@ -38,9 +44,24 @@ int OpenOnce(const char* path, uint32_t flags) {
   } else if (trunc) {
     oflags |= O_TRUNC;
   }
+  const bool reading = (flags & 3u) <= 1u;
+  if (reading) {
+    // Only regular files are read: opening a FIFO must not wait for a writer,
+    // and a device or directory must not be read as if it were data.
+    oflags |= O_NONBLOCK;
+  }
   int fd = open(path, oflags, 0644);
   if (fd < 0) {
     return -1;
+  }
+  if (reading) {
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+      close(fd);
+      errno = kNotRegularFile;
+      return -1;
+    }
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
   }
   const bool forWriting = (flags & SYS_FILE_FLAG_WRITE) != 0;
   const bool shared = (flags & (SYS_FILE_FLAG_SHARE_READ | SYS_FILE_FLAG_SHARE_WRITE)) != 0;
@@ -307,11 +328,20 @@ uint32_t SYS_FILE_GetSize(int fd) {
   return static_cast<uint32_t>(st.st_size);
 }
 
+uint64_t SYS_FILE_GetSize64(int fd) {
+  struct stat st;
+  if (fstat(fd, &st) != 0 || st.st_size < 0) {
+    return 0;
+  }
+  return static_cast<uint64_t>(st.st_size);
+}
+
 int SYS_FILE_Exists(const char* path) {
   if (path == nullptr) {
     return 0;
   }
-  int fd = open(path, O_RDONLY | O_CLOEXEC);
+  // Non-blocking: asking whether a FIFO exists must not wait for a writer.
+  int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) {
     return 0;
   }
@@ -439,8 +469,28 @@ void SYS_GetModuleDir(char* result, int size) {
 
 // ---------------------------------------------------------------- allocation
 
+namespace {
+// Test hook: the allocation that is to fail, counted down (0: none armed).
+std::atomic<uint32_t> g_failCountdown{0};
+
+// True when this allocation is the one armed to fail.
+bool FailThisAllocation() {
+  uint32_t n = g_failCountdown.load(std::memory_order_relaxed);
+  while (n != 0) {
+    if (g_failCountdown.compare_exchange_weak(n, n - 1, std::memory_order_relaxed)) {
+      return n == 1;
+    }
+  }
+  return false;
+}
+}  // namespace
+
+void SYS_TEST_FailAllocation(uint32_t nth) { g_failCountdown.store(nth, std::memory_order_relaxed); }
+
+int SYS_TEST_AllocFailurePending(void) { return g_failCountdown.load(std::memory_order_relaxed) != 0 ? 1 : 0; }
+
 void* SYS_Alloc(uint32_t size) {
-  void* p = std::malloc(size);
+  void* p = FailThisAllocation() ? nullptr : std::malloc(size);
   if (p == nullptr) {
     // Kept for a debugger; the caller sees only the null result.
     char msg[64];
@@ -450,7 +500,18 @@ void* SYS_Alloc(uint32_t size) {
   return p;
 }
 
-void* SYS_Realloc(void* p, uint32_t size) { return std::realloc(p, size); }
+void* SYS_Calloc(uint32_t count, uint32_t size) {
+  const uint64_t total = uint64_t(count) * size;
+  if (total > 0xFFFFFFFFull) return nullptr;
+  void* p = SYS_Alloc(static_cast<uint32_t>(total));
+  if (p != nullptr) std::memset(p, 0, static_cast<size_t>(total));
+  return p;
+}
+
+void* SYS_Realloc(void* p, uint32_t size) {
+  if (FailThisAllocation()) return nullptr;
+  return std::realloc(p, size);
+}
 
 void SYS_Free(void* p) {
   if (p != nullptr) {
@@ -469,7 +530,10 @@ GuardHeader* HeaderOf(void* p) { return static_cast<GuardHeader*>(p) - 1; }
 }  // namespace
 
 void* SYS_AllocGuarded(uint32_t size) {
-  auto* h = static_cast<GuardHeader*>(std::malloc(sizeof(GuardHeader) + size + 1u));
+  if (size > 0xFFFFFFFFu - sizeof(GuardHeader) - 1u) {
+    return nullptr;
+  }
+  auto* h = static_cast<GuardHeader*>(SYS_Alloc(static_cast<uint32_t>(sizeof(GuardHeader) + size + 1u)));
   if (h == nullptr) {
     return nullptr;
   }
