@@ -37,6 +37,7 @@ int WaitReady(const FlashParams& fp, uint32_t timeoutMs) {
     SPI_ReadStatus(&fp, &status);
     if (SPI_IsReadyStatus(&fp, status)) return 0;
     if (LOG_HasError()) return -1;
+    LOG_ProgressAdvance(0);  // a long wait (a chip erase) still shows time passing
     if (SYS_GetTickCount() - begin > timeoutMs) return -1;
   }
 }
@@ -266,6 +267,7 @@ int SPI_ReadRange(MemImage* image, uint32_t start, uint32_t end) {
       LOG_ReportError(text);
       return -1;
     }
+    LOG_ProgressAdvance(chunk);
     const uint32_t next = address + chunk;
     if (next - 1 >= last || next < address || next == 0) break;
     address = next;
