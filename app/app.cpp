@@ -2,19 +2,21 @@
 #include "app/app.h"
 
 #include "app/log.h"
+#include "app/progress.h"
 #include "dataimage/memimage.h"
 #include "flash/flash.h"
 #include "probe/probelib.h"
 #include "project/project.h"
 #include "util/util.h"
+#include "util/version.h"
 
 namespace {
 
 MemImage* CurrentImage = nullptr;
 
 constexpr const char* kProductName = "Pellam SPI";
-constexpr int kVersionMajor = 6;
-constexpr int kVersionMinor = 80;
+constexpr int kVersionMajor = UTIL_VERSION_MAJOR;
+constexpr int kVersionMinor = UTIL_VERSION_MINOR;
 constexpr const char* kVersionSuffix = "";
 
 // The probe library's version N reads N / 10000 . (N / 100) % 100 with a
@@ -62,6 +64,7 @@ void APP_SetCurrentImage(MemImage* image) {
 
 int APP_Init(void) {
   LOG_InstallAbortHandler();
+  PROGRESS_Install();
   PrintBanner();
   TARLOARM_SetErrorOutHandler(LOG_ReportError);
   // The hooks must be in place before the default project opens: loading it

@@ -3,8 +3,7 @@
 // before it has already run.
 #include "app/cmdline.h"
 
-#include <fcntl.h>
-#include <unistd.h>
+#include <errno.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -282,10 +281,13 @@ int OptPellamLog(Walk& w, const char* arg, size_t n) {
     return -1;
   }
   StorePath(&PellamLogPath, &PellamLogEnabled, name);
-  if (PellamLogEnabled) {
-    // The file is only created; the operation log stays on the console.
-    const int fd = ::open(PellamLogPath, O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (fd >= 0) ::close(fd);
+  // From here on the file keeps a copy of everything printed on standard
+  // output; an earlier log file is closed. A file that cannot be created
+  // costs the copy, not the run.
+  if (!PellamLogEnabled) {
+    LOG_SetCopyFile(nullptr);
+  } else if (LOG_SetCopyFile(PellamLogPath) != 0) {
+    LOG_Warning("Could not create Pellam log file [%s] (%s).", PellamLogPath, std::strerror(errno));
   }
   return 0;
 }

@@ -7,6 +7,10 @@
 // platform the program ever ran on, the plain printers stay plain.
 #include "app/log.h"
 
+#include <errno.h>
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdarg>
 #include <cstdlib>
@@ -33,6 +37,28 @@ void (*DisconnectHook)(void) = nullptr;
 bool InDisconnectHook = false;
 
 volatile sig_atomic_t AbortFlag = 0;
+
+int CopyFd = -1;                                   // -pellamlog copy, or -1
+const LOG_PROGRESS_DISPLAY* Progress = nullptr;
+uint32_t ProgressDepth = 0;                        // 0: no phase running
+
+void EndProgress() {
+  if (ProgressDepth == 0) return;
+  ProgressDepth = 0;
+  if (Progress != nullptr) Progress->End();
+}
+
+// Sees every text on its way to standard output.
+void OnConsoleWrite(const char* text, int length) {
+  if (ProgressDepth != 0 && Progress != nullptr) Progress->Hide();
+  while (CopyFd >= 0 && length > 0) {
+    const ssize_t n = ::write(CopyFd, text, static_cast<size_t>(length));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;  // a full disk loses the copy, never the console
+    text += n;
+    length -= static_cast<int>(n);
+  }
+}
 
 // Owns a malloc'd buffer; the writer must not throw when memory runs out.
 struct MallocBuffer {
@@ -143,6 +169,7 @@ void CloseLevel() {
   if (OpDepth == 0) return;
   OpDepth--;
   if (OpIndent > 0) OpIndent--;
+  if (OpDepth < ProgressDepth) EndProgress();
   if (OpDepth != 0 || OpErrorText[0] == '\0' || OpErrorCount == 0) return;
   if (DisconnectHook != nullptr && !InDisconnectHook) {
     // The disconnect may run operations of its own; keep the failed
@@ -304,3 +331,36 @@ void LOG_ClearAbort(void) {
 }
 
 void LOG_SetDisconnectHook(void (*hook)(void)) { DisconnectHook = hook; }
+
+int LOG_SetCopyFile(const char* path) {
+  if (CopyFd >= 0) {
+    ::close(CopyFd);
+    CopyFd = -1;
+  }
+  if (path == nullptr || path[0] == '\0') return 0;
+  const int fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) return -1;
+  CopyFd = fd;
+  SYS_SetConsoleHook(OnConsoleWrite);
+  return 0;
+}
+
+void LOG_SetProgressDisplay(const LOG_PROGRESS_DISPLAY* display) {
+  EndProgress();
+  Progress = display;
+  SYS_SetConsoleHook(OnConsoleWrite);
+}
+
+void LOG_ProgressBegin(const char* phase, uint64_t total, int unit) {
+  if (Progress == nullptr) return;
+  EndProgress();
+  ProgressDepth = OpDepth;
+  if (ProgressDepth == 0) return;  // outside any operation nothing would end it
+  Progress->Begin(phase, total, unit);
+}
+
+void LOG_ProgressAdvance(uint64_t amount) {
+  // A line of the log still open on the console would be overdrawn.
+  if (ProgressDepth == 0 || Progress == nullptr || LinePending) return;
+  Progress->Advance(amount);
+}

@@ -42,3 +42,28 @@ void LOG_ClearAbort(void);
 
 // Called when a failed top-level operation closes; the connection layer fills it.
 void LOG_SetDisconnectHook(void (*hook)(void));
+
+// Copy of the console: from now on every byte written to standard output, by
+// any layer, also goes to `path`, created or truncated (permissions 0644);
+// an earlier copy file is closed first, and null or "" only closes it. The
+// copy is written unbuffered, so an operation that has ended is in the file
+// even if the program dies afterwards. 0 on success; -1 when the file cannot
+// be created (nothing is copied then, errno tells why).
+int LOG_SetCopyFile(const char* path);
+
+// Live progress of a long phase (read back, erase, program, verify, read).
+// The flash layer reports; the application decides whether and how to show
+// it (by default nothing is shown and these calls cost next to nothing).
+enum { LOG_PROGRESS_BYTES = 0, LOG_PROGRESS_SECTORS = 1 };
+struct LOG_PROGRESS_DISPLAY {
+  void (*Begin)(const char* phase, uint64_t total, int unit);
+  void (*Advance)(uint64_t amount);   // amount more is done (0: only time passed)
+  void (*End)(void);                  // the phase is over: take its line away
+  void (*Hide)(void);                 // standard output is about to be written
+};
+// Installs the display (null: none); the record must outlive its use.
+void LOG_SetProgressDisplay(const LOG_PROGRESS_DISPLAY* display);
+// Starts a phase of `total` bytes or sectors. It lasts until the operation
+// that was open when it began closes, or until the next phase begins.
+void LOG_ProgressBegin(const char* phase, uint64_t total, int unit);
+void LOG_ProgressAdvance(uint64_t amount);

@@ -214,7 +214,8 @@ void EraseChipWork() {
   const uint32_t ranges = size ? 1 : 0;
   Info("Erasing %d sector%s, %d range%s%s", (int)sectors, Plural(sectors), (int)ranges, Plural(ranges), list);
   Indicator busy(kRateErase);
-  SPI_EraseChip();
+  LOG_ProgressBegin("Erasing", sectors, LOG_PROGRESS_SECTORS);
+  if (SPI_EraseChip() == 0) LOG_ProgressAdvance(sectors);
 }
 
 int EraseChipOp(bool topLevel) {
@@ -230,6 +231,8 @@ int EraseChipOp(bool topLevel) {
 void EraseFlagged(const FlashParams& fp, const uint8_t* flags, uint32_t count) {
   const uint32_t shift = SectorShift(fp);
   Indicator busy(kRateErase);
+  LOG_ProgressBegin("Erasing", (uint64_t)std::count_if(flags, flags + count, [](uint8_t f) { return f != 0; }),
+                    LOG_PROGRESS_SECTORS);
   uint32_t index = 0, first = 0, last = 0;
   while (!LOG_HasError() && FLASHOPS_NextRun(flags, count, &index, &first, &last)) {
     const uint32_t a = SectorFirst(first, shift);
@@ -239,7 +242,9 @@ void EraseFlagged(const FlashParams& fp, const uint8_t* flags, uint32_t count) {
     } else {
       Info("Affected sectors %d to %d (0x%X - 0x%X)", (int)first, (int)last, a, b);
     }
-    for (uint32_t s = first; s <= last && !LOG_HasError(); s++) SPI_EraseSector(s);
+    for (uint32_t s = first; s <= last && !LOG_HasError(); s++) {
+      if (SPI_EraseSector(s) == 0) LOG_ProgressAdvance(1);
+    }
   }
 }
 
@@ -278,6 +283,7 @@ void ProgramWork(MemImage* image) {
   if (MEMIMAGE_GetNumRanges(image) == 0) return;
   const uint32_t last = MEMIMAGE_GetLastAddrLocked(image);
   uint32_t from = MEMIMAGE_GetFirstAddrLocked(image);
+  LOG_ProgressBegin("Programming", (uint64_t)last - from + 1, LOG_PROGRESS_BYTES);
   while (!LOG_HasError()) {
     uint32_t start = 0;
     const int32_t len = MEMIMAGE_GetBlockLockedFill(image, from, last, kProgramPiece, 0xFF, buffer.get(),
@@ -286,6 +292,7 @@ void ProgramWork(MemImage* image) {
     const uint32_t end = start + (uint32_t)len - 1;
     Info("Programming range 0x%.8X - 0x%.8X (Bank %d)", start, end, 1);
     if (SPI_ProgramPages(start, (uint32_t)len, buffer.get()) != 0) break;
+    LOG_ProgressAdvance((uint64_t)end + 1 - from);  // the address span passed, gaps included
     if (end >= last || end < start) break;
     from = end + 1;
   }
@@ -304,6 +311,7 @@ void VerifyWork(MemImage* image) {
   if (MEMIMAGE_GetNumRanges(image) == 0) return;
   const uint32_t last = MEMIMAGE_GetLastAddrLocked(image) | 3u;
   uint32_t from = MEMIMAGE_GetFirstAddrLocked(image) & ~3u;
+  LOG_ProgressBegin("Verifying", (uint64_t)last - from + 1, LOG_PROGRESS_BYTES);
   while (!LOG_HasError()) {
     uint32_t start = 0;
     const int32_t len = MEMIMAGE_GetBlockLockedFill(image, from, last, kVerifyMaxGap, 0xFF, data.get(),
@@ -320,6 +328,7 @@ void VerifyWork(MemImage* image) {
       }
     }
     const uint32_t end = start + (uint32_t)len - 1;
+    LOG_ProgressAdvance((uint64_t)end + 1 - from);
     if (end >= last || end < start) break;
     from = end + 1;
   }
@@ -460,6 +469,7 @@ int AutoWork(MemImage* image) {
       FLASHOPS_AppendRange(list, sizeof list, SectorFirst(first, shift), SectorLast(last, shift));
     }
     Info("%d of %d sectors affected, %d range%s%s", (int)marked, (int)numSectors, (int)runs, Plural(runs), list);
+    LOG_ProgressBegin("Reading back", (uint64_t)marked << shift, LOG_PROGRESS_BYTES);
     ReadFlagged(r, fp, touched.get(), numSectors);
   }));
   if (!readBack || LOG_HasError()) return kWorkDone;
@@ -636,7 +646,10 @@ int FLASH_Auto(MemImage* image) {
 MemImage* FLASH_ReadRange(uint32_t start, uint32_t end) {
   char begin[256];
   UTIL_snprintf(begin, sizeof begin, "Reading target memory (0x%.8X - 0x%.8X) ...", start, end);
-  return ReadOp(true, begin, [start, end](MemImage* image) { SPI_ReadRange(image, start, end); });
+  return ReadOp(true, begin, [start, end](MemImage* image) {
+    LOG_ProgressBegin("Reading", (uint64_t)(end | 3u) - (start & ~3u) + 1, LOG_PROGRESS_BYTES);
+    SPI_ReadRange(image, start, end);
+  });
 }
 
 MemImage* FLASH_ReadChip(void) {
@@ -651,6 +664,7 @@ MemImage* FLASH_ReadChip(void) {
     Info("%d sector%s, %d range%s%s", (int)sectors, Plural(sectors), (int)ranges, Plural(ranges), list);
     if (!size) return;
     Info("Range %d/%d, 0x%X - 0x%X", 1, 1, 0u, (uint32_t)(size - 1));
+    LOG_ProgressBegin("Reading", size, LOG_PROGRESS_BYTES);
     SPI_ReadRange(image, 0, (uint32_t)(size - 1));
   });
 }

@@ -56,6 +56,7 @@ int WaitReady(const FlashParams& fp, uint32_t timeoutMs) {
     SPI_ReadStatus(&fp, &status);
     if (SPI_IsReadyStatus(&fp, status)) return 0;
     if (LOG_HasError() || late) return -1;
+    LOG_ProgressAdvance(0);  // a long wait (a chip erase) still shows time passing
     const uint64_t nowUs = SYS_GetTimeUs();
     if (nowUs - beginUs >= kPollSpinUs && nowUs - burstUs >= kPollBurstUs) {
       SYS_Sleep(nowUs - beginUs >= kPollLongUs ? 2 : 1);
@@ -292,6 +293,7 @@ int SPI_ReadRange(MemImage* image, uint32_t start, uint32_t end) {
       LOG_ReportError(text);
       return -1;
     }
+    LOG_ProgressAdvance(chunk);
     const uint32_t next = address + chunk;
     if (next - 1 >= last || next < address || next == 0) break;
     address = next;

@@ -10,11 +10,13 @@
 #include "project/settings_internal.h"
 #include "sys/sys.h"
 #include "util/util.h"
+#include "util/version.h"
 
 namespace {
 
 constexpr uint32_t kMaxSelection = 32768;  // index sets name 0..32767
-constexpr uint32_t kAppVersion = 68000;
+// The version as the project files store it: 6.80 is 68000.
+constexpr uint32_t kAppVersion = UTIL_VERSION_MAJOR * 10000 + UTIL_VERSION_MINOR * 100;
 constexpr const char* kGeneral = "GENERAL";
 constexpr const char* kJtag = "JTAG";
 constexpr const char* kFlash = "FLASH";

@@ -88,6 +88,10 @@ void SYS_GetModuleDir(char* result, int size);
 // writes). Every console printer of the program goes through it, so the
 // order of lines from different layers is kept.
 void SYS_ConsoleWrite(const char* text, int length);
+// Installs the function SYS_ConsoleWrite hands every text to just before it
+// writes it (null: none). The console layer copies the output to a log file
+// and clears its live status line through it.
+void SYS_SetConsoleHook(void (*hook)(const char* text, int length));
 
 // ---- Allocation (never throws; null on failure) ----
 void* SYS_Alloc(uint32_t size);

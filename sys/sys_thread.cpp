@@ -493,9 +493,18 @@ int SYS_AtExit(void (*func)(void)) {
   return atexit(func);
 }
 
+namespace {
+void (*ConsoleHook)(const char* text, int length) = nullptr;
+}  // namespace
+
+void SYS_SetConsoleHook(void (*hook)(const char* text, int length)) { ConsoleHook = hook; }
+
 void SYS_ConsoleWrite(const char* text, int length) {
   if (text == nullptr || length <= 0) {
     return;
+  }
+  if (ConsoleHook != nullptr) {
+    ConsoleHook(text, length);
   }
   while (length > 0) {
     ssize_t n = write(1, text, static_cast<size_t>(length));
