@@ -316,7 +316,14 @@ bool LockContents(Probe& p, bool& created, std::string& err) {
     if (fd < 0 && errno == ENOENT) {
       MakeParentDirs(path);
       fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-      if (fd < 0 && errno == EEXIST) continue;  // someone else made it just now
+      if (fd < 0 && errno == EEXIST) {
+        struct stat ls{};
+        if (::lstat(path.c_str(), &ls) == 0 && S_ISLNK(ls.st_mode)) {
+          err = "Cannot create the flash contents file " + path + ": it is a link to a missing file";
+          return false;
+        }
+        continue;  // someone else made it just now
+      }
       if (fd < 0) {
         err = "Cannot create the flash contents file " + path + ": " + Reason(errno);
         return false;
