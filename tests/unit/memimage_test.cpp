@@ -245,4 +245,45 @@ TEST(MemImage, RandomOperationsMatchByteMap) {
   }
 }
 
+// An allocation failing anywhere in a run of adds (appends, prepends, joins,
+// inserts, patches committed) is never silent: an add reports -3, or a range
+// is left without bytes; otherwise every byte is right.
+TEST(MemImage, AllocationFailuresAreNeverSilent) {
+  const std::pair<uint32_t, uint32_t> adds[] = {{0x100, 0x40}, {0x140, 0x200}, {0x400, 0x10}, {0x80, 0x80},
+                                                {0x340, 0xC0}, {0x1000, 0x300}, {0x410, 0x10}};
+  std::map<uint32_t, uint8_t> model;
+  for (const auto& [start, size] : adds) {
+    for (uint32_t a = start; a < start + size; a++) model[a] = static_cast<uint8_t>(a * 5);
+  }
+  bool reachedEnd = false;
+  for (uint32_t n = 1; n < 200 && !reachedEnd; n++) {
+    MemImage* im = nullptr;
+    SYS_TEST_FailAllocation(n);
+    im = MEMIMAGE_Create();
+    bool reported = im == nullptr;
+    if (im != nullptr) {
+      for (const auto& [start, size] : adds) {
+        std::vector<uint8_t> bytes(size);
+        for (uint32_t i = 0; i < size; i++) bytes[i] = static_cast<uint8_t>((start + i) * 5);
+        const int r = MEMIMAGE_AddData(im, start, size, bytes.data(), -1);
+        EXPECT_TRUE(r == 0 || r == -3) << "allocation " << n;
+        reported |= r != 0;
+      }
+      MEMIMAGE_SetByte(im, 0x2000, 0x5A);
+      reported |= MEMIMAGE_CommitPatches(im) != 0;
+    }
+    reachedEnd = SYS_TEST_AllocFailurePending() != 0;
+    SYS_TEST_FailAllocation(0);
+    if (im == nullptr) continue;
+    if (!reported && !MEMIMAGE_HasRangeWithoutBytes(im)) {
+      std::map<uint32_t, uint8_t> want = model;
+      if (MEMIMAGE_ReadByte(im, 0x2000) >= 0) want[0x2000] = 0x5A;  // a dropped patch is allowed
+      EXPECT_EQ(MEMIMAGE_GetNumBytes(im), want.size()) << "allocation " << n;
+      for (const auto& [a, v] : want) ASSERT_EQ(MEMIMAGE_ReadByte(im, a), v) << "allocation " << n;
+    }
+    MEMIMAGE_Delete(im);
+  }
+  EXPECT_TRUE(reachedEnd);
+}
+
 }  // namespace
