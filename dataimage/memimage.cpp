@@ -6,6 +6,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <map>
+#include <new>
 
 #include "sys/sys.h"
 
@@ -17,10 +20,61 @@ constexpr uint32_t kPatchGrowth = 100;
 // A range's size is 32 bits: ranges covering the whole address space stay
 // two touching ranges.
 constexpr uint64_t kMaxSize = 0xFFFFFFFFull;
+// Out-of-order adds to an image of at least this many ranges build the
+// side index.
+constexpr uint32_t kIndexFrom = 8;
 
 // Exclusive end in 64 bits: a range may end exactly at 0xFFFFFFFF.
 inline uint64_t EndOf(const MemRange* r) { return uint64_t(r->start) + r->size; }
 inline uint32_t LastOf(const MemRange* r) { return r->start + r->size - 1; }
+
+// Side index of the ranges by start address. Built only once adds stop
+// arriving in order, then kept in step with every change of a range's start
+// and every range freed. It only tells an add where to start its walk, so
+// losing it (no memory for a node) costs speed, never correctness.
+struct RangeIndex {
+  std::map<uint32_t, MemRange*> byStart;
+};
+
+RangeIndex* IndexOf(MemImage* image) { return static_cast<RangeIndex*>(image->index); }
+
+void DropIndex(MemImage* image) {
+  delete IndexOf(image);
+  image->index = nullptr;
+}
+
+void IndexPut(MemImage* image, MemRange* r) {
+  RangeIndex* ix = IndexOf(image);
+  if (ix == nullptr) return;
+  try {
+    ix->byStart[r->start] = r;
+  } catch (...) {
+    DropIndex(image);
+  }
+}
+
+void IndexErase(MemImage* image, uint32_t start) {
+  if (RangeIndex* ix = IndexOf(image)) ix->byStart.erase(start);
+}
+
+void BuildIndex(MemImage* image) {
+  RangeIndex* ix = new (std::nothrow) RangeIndex;
+  if (ix == nullptr) return;
+  try {
+    for (MemRange* r = image->first; r != nullptr; r = r->next) ix->byStart.emplace_hint(ix->byStart.end(), r->start, r);
+  } catch (...) {
+    delete ix;
+    return;
+  }
+  image->index = ix;
+}
+
+// The range with the highest start at or below `address`, or null.
+MemRange* IndexFloor(MemImage* image, uint32_t address) {
+  const auto& m = IndexOf(image)->byStart;
+  auto it = m.upper_bound(address);
+  return it == m.begin() ? nullptr : std::prev(it)->second;
+}
 
 void FreeRange(MemRange* r) {
   SYS_Free(r->data);
@@ -99,6 +153,7 @@ void JoinNext(MemImage* image, MemRange* r) {
   r->next = t->next;
   if (image->last == t) image->last = nullptr;
   if (image->addHint == t) image->addHint = r;
+  IndexErase(image, t->start);
   FreeRange(t);
   image->rangeCount--;
   image->cursorIndex = -1;
@@ -131,7 +186,9 @@ void PrependTo(MemImage* image, MemRange* prev, MemRange* r, uint32_t s, uint32_
     r->allocated = 0;
   }
   r->size += n;
+  IndexErase(image, r->start);
   r->start = s;
+  IndexPut(image, r);
   if (prev != nullptr) JoinNext(image, prev);
 }
 
@@ -218,6 +275,7 @@ MemImage* MEMIMAGE_Create(void) {
 void MEMIMAGE_Delete(MemImage* image) {
   if (image == nullptr) return;
   if (image->mutex != nullptr) SYS_CloseMutex(&image->mutex);
+  DropIndex(image);
   MemRange* r = image->first;
   while (r != nullptr) {
     MemRange* next = r->next;
@@ -291,6 +349,7 @@ int MEMIMAGE_AddData(MemImage* image, uint32_t start, uint32_t size, const void*
     image->rangeCount++;
     if (r->next == nullptr) image->last = r;
     image->addHint = r;
+    IndexPut(image, r);
     return 0;
   };
 
@@ -305,14 +364,19 @@ int MEMIMAGE_AddData(MemImage* image, uint32_t start, uint32_t size, const void*
   }
   if (start > EndOf(last)) return insertAfter(last);
 
-  // Out-of-order adds mostly land just after the previous one (a file
-  // written in interleaved passes), so the walk starts at the range the
-  // last add touched when that lies at or below the new start. Starting
-  // there needs no predecessor: the first step can only append to that
-  // range, refuse an overlap, or move on.
+  // The walk starts at the last range beginning at or below the new start:
+  // found by the side index, or, while the image is small, the range the
+  // last add touched when that lies there (out-of-order adds mostly land
+  // just after the previous one). Starting there needs no predecessor: the
+  // first step can only append to that range, refuse an overlap, or move on.
   MemRange* prev = nullptr;
   MemRange* r = image->first;
-  if (image->addHint != nullptr && image->addHint->start <= start) r = image->addHint;
+  if (image->index == nullptr && image->rangeCount >= kIndexFrom) BuildIndex(image);
+  if (image->index != nullptr) {
+    if (MemRange* floor = IndexFloor(image, start)) r = floor;
+  } else if (image->addHint != nullptr && image->addHint->start <= start) {
+    r = image->addHint;
+  }
   for (; r != nullptr; r = r->next) {
     const uint64_t end = EndOf(r);
     if (start == end) {
@@ -365,6 +429,7 @@ void MEMIMAGE_RemoveArea(MemImage* image, uint32_t a, uint32_t b) {
       // Wholly inside: drop it.
       if (prev == nullptr) image->first = next; else prev->next = next;
       if (image->last == r) image->last = nullptr;
+      IndexErase(image, r->start);
       FreeRange(r);
       image->rangeCount--;
       r = next;
@@ -381,8 +446,10 @@ void MEMIMAGE_RemoveArea(MemImage* image, uint32_t a, uint32_t b) {
         r->data = p;
         r->allocated = p != nullptr ? keep : 0;
       }
+      IndexErase(image, r->start);
       r->start = b + 1;
       r->size = keep;
+      IndexPut(image, r);
     } else if (a > r->start && b < rLast) {
       // Strictly inside: split into head and tail.
       const uint32_t tailSize = rLast - b;
@@ -405,6 +472,7 @@ void MEMIMAGE_RemoveArea(MemImage* image, uint32_t a, uint32_t b) {
         r->next = t;
         if (image->last == r) image->last = t;
         image->rangeCount++;
+        IndexPut(image, t);
       }
       KeepHead(r, headSize);
       next = r->next;
@@ -660,6 +728,7 @@ int MEMIMAGE_ShiftAddr(MemImage* image, uint32_t offset) {
   image->changeCount++;
   image->cursorIndex = -1;
   image->addHint = nullptr;
+  DropIndex(image);  // rebuilt by the next add that needs it
   for (MemRange* r = image->first; r != nullptr; r = r->next) r->start += offset;
   for (uint32_t i = 0; i < image->patchCount; i++) image->patches[i].address += offset;
   return 0;

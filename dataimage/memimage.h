@@ -32,6 +32,7 @@ struct MemImage {
   int32_t    cursorIndex;
   MemRange*  cursorRange;
   MemRange*  addHint;    // range touched by the last add, may be null
+  void*      index;      // ranges by start address, built on demand; may be null
 };
 
 MemImage* MEMIMAGE_Create(void);

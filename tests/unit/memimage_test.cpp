@@ -245,4 +245,90 @@ TEST(MemImage, RandomOperationsMatchByteMap) {
   }
 }
 
+// An allocation failing anywhere in a run of adds (appends, prepends, joins,
+// inserts, patches committed) is never silent: an add reports -3, or a range
+// is left without bytes; otherwise every byte is right.
+TEST(MemImage, AllocationFailuresAreNeverSilent) {
+  const std::pair<uint32_t, uint32_t> adds[] = {{0x100, 0x40}, {0x140, 0x200}, {0x400, 0x10}, {0x80, 0x80},
+                                                {0x340, 0xC0}, {0x1000, 0x300}, {0x410, 0x10}};
+  std::map<uint32_t, uint8_t> model;
+  for (const auto& [start, size] : adds) {
+    for (uint32_t a = start; a < start + size; a++) model[a] = static_cast<uint8_t>(a * 5);
+  }
+  bool reachedEnd = false;
+  for (uint32_t n = 1; n < 200 && !reachedEnd; n++) {
+    MemImage* im = nullptr;
+    SYS_TEST_FailAllocation(n);
+    im = MEMIMAGE_Create();
+    bool reported = im == nullptr;
+    if (im != nullptr) {
+      for (const auto& [start, size] : adds) {
+        std::vector<uint8_t> bytes(size);
+        for (uint32_t i = 0; i < size; i++) bytes[i] = static_cast<uint8_t>((start + i) * 5);
+        const int r = MEMIMAGE_AddData(im, start, size, bytes.data(), -1);
+        EXPECT_TRUE(r == 0 || r == -3) << "allocation " << n;
+        reported |= r != 0;
+      }
+      MEMIMAGE_SetByte(im, 0x2000, 0x5A);
+      reported |= MEMIMAGE_CommitPatches(im) != 0;
+    }
+    reachedEnd = SYS_TEST_AllocFailurePending() != 0;
+    SYS_TEST_FailAllocation(0);
+    if (im == nullptr) continue;
+    if (!reported && !MEMIMAGE_HasRangeWithoutBytes(im)) {
+      std::map<uint32_t, uint8_t> want = model;
+      if (MEMIMAGE_ReadByte(im, 0x2000) >= 0) want[0x2000] = 0x5A;  // a dropped patch is allowed
+      EXPECT_EQ(MEMIMAGE_GetNumBytes(im), want.size()) << "allocation " << n;
+      for (const auto& [a, v] : want) ASSERT_EQ(MEMIMAGE_ReadByte(im, a), v) << "allocation " << n;
+    }
+    MEMIMAGE_Delete(im);
+  }
+  EXPECT_TRUE(reachedEnd);
+}
+
+// Many small ranges, added in no order and cut by removes: adds that join,
+// prepend, insert between or overlap agree with a byte map throughout.
+TEST(MemImage, ScatteredAddsAndRemovesMatchByteMap) {
+  std::mt19937 rng(777);
+  Image im;
+  std::map<uint32_t, uint8_t> model;
+  for (int op = 0; op < 6000; op++) {
+    const uint32_t start = (rng() % 4000) * 3;
+    const uint32_t size = 1 + rng() % 4;
+    if (rng() % 8 != 0) {
+      std::vector<uint8_t> bytes(size);
+      for (auto& b : bytes) b = static_cast<uint8_t>(rng());
+      bool overlaps = false;
+      for (uint32_t a = start; a < start + size; a++) overlaps |= model.count(a) != 0;
+      ASSERT_EQ(MEMIMAGE_AddData(im.p, start, size, bytes.data(), -1), overlaps ? -1 : 0) << "op " << op;
+      if (!overlaps) {
+        for (uint32_t i = 0; i < size; i++) model[start + i] = bytes[i];
+      }
+    } else {
+      const uint32_t last = start + rng() % 40;
+      MEMIMAGE_RemoveArea(im.p, start, last);
+      for (uint32_t a = start; a <= last; a++) model.erase(a);
+    }
+    if (op % 500 == 499) {
+      // Shifting moves every range; later adds must still find their place.
+      MEMIMAGE_ShiftAddr(im.p, 0x10);
+      std::map<uint32_t, uint8_t> shifted;
+      for (const auto& [a, v] : model) shifted[a + 0x10] = v;
+      model.swap(shifted);
+    }
+  }
+  uint32_t ranges = 0;
+  uint64_t prevEnd = 0;
+  for (MemRange* r = im.p->first; r != nullptr; r = r->next, ranges++) {
+    if (ranges > 0) {
+      ASSERT_GT(uint64_t(r->start), prevEnd);
+    }
+    prevEnd = uint64_t(r->start) + r->size;
+  }
+  EXPECT_GT(ranges, 100u);
+  EXPECT_EQ(ranges, im.p->rangeCount);
+  ASSERT_EQ(MEMIMAGE_GetNumBytes(im.p), model.size());
+  for (const auto& [a, v] : model) ASSERT_EQ(MEMIMAGE_ReadByte(im.p, a), v) << a;
+}
+
 }  // namespace

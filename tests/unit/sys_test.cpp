@@ -1,6 +1,7 @@
 // Platform layer: mutex and event tables across threads, clocks, files with
 // flags and locks between processes, home expansion, path splitting.
 #include <gtest/gtest.h>
+#include <cerrno>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -401,6 +402,61 @@ TEST(SysAlloc, GuardedBlocks) {
   g[10] = 0xCE;
   EXPECT_EQ(SYS_CheckGuarded(g), 0);
   SYS_FreeGuarded(g);
+}
+
+// The test hook fails exactly the nth allocation from the moment it is armed,
+// once; a failed reallocation leaves the old block alone.
+TEST(SysAlloc, FailureHookFailsTheNthAllocationOnce) {
+  SYS_TEST_FailAllocation(3);
+  void* a = SYS_Alloc(8);
+  void* b = SYS_Calloc(2, 4);
+  EXPECT_EQ(SYS_TEST_AllocFailurePending(), 1);
+  void* c = SYS_Realloc(a, 32);
+  EXPECT_EQ(SYS_TEST_AllocFailurePending(), 0);
+  void* d = SYS_AllocGuarded(4);
+  ASSERT_NE(a, nullptr);
+  ASSERT_NE(b, nullptr);
+  EXPECT_EQ(c, nullptr);
+  EXPECT_NE(d, nullptr);
+  SYS_Free(a);
+  SYS_Free(b);
+  SYS_FreeGuarded(d);
+
+  SYS_TEST_FailAllocation(1);
+  EXPECT_FALSE(SYS_NewArray<uint8_t>(16));
+  EXPECT_TRUE(SYS_NewArray<uint8_t>(16));
+  SYS_TEST_FailAllocation(1);
+  SYS_TEST_FailAllocation(0);
+  EXPECT_EQ(SYS_TEST_AllocFailurePending(), 0);
+  EXPECT_TRUE(SYS_New<uint64_t>());
+  EXPECT_EQ(SYS_Calloc(0x10000, 0x10000), nullptr);  // the size does not fit 32 bits
+}
+
+// Reading opens only regular files, without waiting on a FIFO that has no
+// writer; the descriptor of a regular file blocks as usual.
+TEST(SysFile, ReadOpensOnlyRegularFiles) {
+  char dir[] = "/tmp/sys_test_XXXXXX";
+  ASSERT_NE(mkdtemp(dir), nullptr);
+  const std::string base = dir;
+  ASSERT_EQ(mkfifo((base + "/fifo").c_str(), 0644), 0);
+  ASSERT_EQ(mkdir((base + "/sub").c_str(), 0755), 0);
+  const int w = SYS_FILE_OpenSimple((base + "/plain").c_str(), SYS_FILE_WRITE_FLAGS);
+  ASSERT_GE(w, 0);
+  SYS_FILE_Close(w);
+  for (const char* name : {"/fifo", "/sub", "/dev/null"}) {
+    const std::string path = name[1] == 'd' ? std::string(name) : base + name;
+    errno = 0;
+    EXPECT_EQ(SYS_FILE_OpenSimple(path.c_str(), SYS_FILE_READ_FLAGS), -1) << path;
+    EXPECT_EQ(SYS_GetLastError(), EBADF) << path;
+  }
+  EXPECT_EQ(SYS_FILE_Exists((base + "/fifo").c_str()), 1);
+  const int fd = SYS_FILE_OpenSimple((base + "/plain").c_str(), SYS_FILE_READ_FLAGS);
+  ASSERT_GE(fd, 0);
+  EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+  SYS_FILE_Close(fd);
+  for (const char* name : {"/fifo", "/plain"}) unlink((base + name).c_str());
+  rmdir((base + "/sub").c_str());
+  rmdir(dir);
 }
 
 }  // namespace
