@@ -179,6 +179,19 @@ bool CheckGeometry(const FlashParams& fp) {
   return true;
 }
 
+// Reading the whole chip walks every address the geometry names; addresses
+// the command's address bytes cannot carry would only read the start of the
+// chip again (and a chip declared far larger than the one fitted would take
+// minutes and gigabytes to read). Reports itself.
+bool CheckAddressReach(const FlashParams& fp) {
+  const uint32_t addrBytes = std::min<uint32_t>(fp.NumAddrBytes, 4);
+  const uint64_t reach = 1ull << (8 * addrBytes);
+  if (FLASHPARAMS_ChipSize(fp) <= reach) return true;
+  ReportError("Flash geometry exceeds what NumAddrBytes = %d can address (NumPages = 0x%X, PageSizeShift = %u).",
+              (int)fp.NumAddrBytes, fp.NumPages, fp.PageSizeShift);
+  return false;
+}
+
 // Fit check; reports itself. 0 fits.
 int CheckFit(MemImage* image) {
   if (!image) {
@@ -655,7 +668,7 @@ MemImage* FLASH_ReadRange(uint32_t start, uint32_t end) {
 MemImage* FLASH_ReadChip(void) {
   return ReadOp(true, "Reading entire flash chip ...", [](MemImage* image) {
     const FlashParams fp = ProjectParams();
-    if (!CheckGeometry(fp)) return;
+    if (!CheckGeometry(fp) || !CheckAddressReach(fp)) return;
     const uint32_t sectors = NumSectors(fp);
     const uint64_t size = FLASHPARAMS_ChipSize(fp);
     const uint32_t ranges = size ? 1 : 0;

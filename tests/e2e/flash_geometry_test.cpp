@@ -111,6 +111,18 @@ TEST(FlashGeometry, GeometryBeyondTheAddressSpaceIsRefusedNamingItsKeys) {
   }
 }
 
+// Reading a whole chip declared far larger than its three address bytes can
+// reach would read the first 16 MiB over and over, for minutes: refused.
+TEST(FlashGeometry, ReadChipBeyondTheAddressBytesIsRefused) {
+  Rig rig;
+  rig.WriteProject({"0x1000000", 8, 16});   // 4 GiB
+  RunResult r = rig.Run({"-readchip"});
+  EXPECT_EQ(r.exitStatus, 1) << r.out;
+  EXPECT_TRUE(Has(r, "ERROR: Flash geometry exceeds what NumAddrBytes = 3 can address (NumPages = 0x1000000, "
+                     "PageSizeShift = 8).")) << r.out;
+  EXPECT_TRUE(Has(r, "Failed to read back target memory.")) << r.out;
+}
+
 // A chip of exactly 4 GiB still fits the addresses: its sector table is
 // built and an auto run of a small image works on the first sector.
 TEST(FlashGeometry, ChipOfTheWholeAddressSpaceIsAccepted) {
