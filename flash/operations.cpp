@@ -660,7 +660,8 @@ MemImage* FLASH_ReadRange(uint32_t start, uint32_t end) {
   char begin[256];
   UTIL_snprintf(begin, sizeof begin, "Reading target memory (0x%.8X - 0x%.8X) ...", start, end);
   return ReadOp(true, begin, [start, end](MemImage* image) {
-    LOG_ProgressBegin("Reading", (uint64_t)(end | 3u) - (start & ~3u) + 1, LOG_PROGRESS_BYTES);
+    const uint64_t first = start & ~3u, last = end | 3u;
+    LOG_ProgressBegin("Reading", last >= first ? last - first + 1 : 0, LOG_PROGRESS_BYTES);
     SPI_ReadRange(image, start, end);
   });
 }
