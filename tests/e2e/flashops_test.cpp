@@ -87,16 +87,6 @@ struct Bench {
   }
 };
 
-Bytes Pattern(size_t n, uint32_t seed) {
-  Bytes b(n, '\0');
-  uint32_t x = seed * 2654435761u + 1;
-  for (auto& c : b) {
-    x = x * 1103515245u + 12345u;
-    c = (char)(x >> 16);
-    if (c == '\xFF') c = 0x7F;   // keep pages non-blank
-  }
-  return b;
-}
 
 uint32_t AddrOf(const Frame& f, int addrBytes) {
   uint32_t a = 0;

@@ -57,6 +57,17 @@ bool TempDir::exists(const std::string& name) const {
 
 std::string PellamBinary() { return std::string(PELLAM_BIN_DIR) + "/pellam-spi"; }
 
+std::string Pattern(size_t n, uint32_t seed) {
+  std::string b(n, '\0');
+  uint32_t x = seed * 2654435761u + 1;
+  for (auto& c : b) {
+    x = x * 1103515245u + 12345u;
+    c = (char)(x >> 16);
+    if (c == '\xFF') c = 0x7F;
+  }
+  return b;
+}
+
 std::string StripCR(const std::string& s) {
   std::string r;
   r.reserve(s.size());

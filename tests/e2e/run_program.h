@@ -54,6 +54,10 @@ bool Has(const RunResult& r, const std::string& text);
 // Number of (possibly overlapping) occurrences of what in s.
 size_t Count(const std::string& s, const std::string& what);
 
+// n pseudo-random bytes from seed, none of them 0xFF, so that no page of
+// them is blank and the program cannot skip it.
+std::string Pattern(size_t n, uint32_t seed);
+
 // One chip-select frame of the simulator's trace: the bytes the chip received.
 using Frame = std::vector<uint8_t>;
 

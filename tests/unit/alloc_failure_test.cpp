@@ -99,36 +99,32 @@ std::string Bytes(size_t n, unsigned seed) {
   return s;
 }
 
-std::string HexRecord(uint32_t address, const std::string& data, int type = 0) {
-  std::vector<uint8_t> b{static_cast<uint8_t>(data.size()), static_cast<uint8_t>(address >> 8),
-                         static_cast<uint8_t>(address), static_cast<uint8_t>(type)};
+// One text record: its head, then the bytes in hex, then the checksum the
+// format asks for over all of them.
+std::string Record(const char* head, std::vector<uint8_t> b, const std::string& data, bool ones) {
   b.insert(b.end(), data.begin(), data.end());
   unsigned sum = 0;
-  std::string line = ":";
+  std::string line = head;
   char two[3];
   for (uint8_t v : b) {
     sum += v;
     std::snprintf(two, sizeof two, "%02X", v);
     line += two;
   }
-  std::snprintf(two, sizeof two, "%02X", (0x100 - (sum & 0xFF)) & 0xFF);
+  std::snprintf(two, sizeof two, "%02X", (ones ? ~sum : 0x100 - (sum & 0xFF)) & 0xFF);
   return line + two + "\r\n";
 }
 
+std::string HexRecord(uint32_t address, const std::string& data, int type = 0) {
+  return Record(":", {static_cast<uint8_t>(data.size()), static_cast<uint8_t>(address >> 8),
+                      static_cast<uint8_t>(address), static_cast<uint8_t>(type)},
+                data, false);
+}
+
 std::string SRecord(uint32_t address, const std::string& data) {
-  std::vector<uint8_t> b{static_cast<uint8_t>(data.size() + 3), static_cast<uint8_t>(address >> 8),
-                         static_cast<uint8_t>(address)};
-  b.insert(b.end(), data.begin(), data.end());
-  unsigned sum = 0;
-  std::string line = "S1";
-  char two[3];
-  for (uint8_t v : b) {
-    sum += v;
-    std::snprintf(two, sizeof two, "%02X", v);
-    line += two;
-  }
-  std::snprintf(two, sizeof two, "%02X", ~sum & 0xFF);
-  return line + two + "\r\n";
+  return Record("S1", {static_cast<uint8_t>(data.size() + 3), static_cast<uint8_t>(address >> 8),
+                       static_cast<uint8_t>(address)},
+                data, true);
 }
 
 // 300 bytes at 0 and 40 bytes at 0x10000, in 16-byte records.
