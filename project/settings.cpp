@@ -306,8 +306,10 @@ bool BeginRead(Parser& parser, const char* section, const char* key, int32_t* co
 
 int EndRead(const Parser& parser) {
   if (!parser.failed) return 0;
+  // Printed, not collected: the caller falls back to the key's default and
+  // goes on, so a bad value must not fail the operation that reads it.
   // A string without its quotes carries no text; there is nothing to show.
-  if (parser.error[0] != '\0') SETTINGS_ReportError(parser.error);
+  if (parser.error[0] != '\0') LOG_Error("%s", parser.error);
   return -1;
 }
 
