@@ -15,6 +15,7 @@
 #include "dataimage/memimage.h"
 #include "flash/flash.h"
 #include "project/project.h"
+#include "sys/sys.h"
 #include "util/util.h"
 
 namespace {
@@ -63,12 +64,10 @@ const char* SkipSpace(const char* c) {
   return c;
 }
 
-// The extension with its dot, taken after the last path separator.
-void GetExtension(const char* path) {
-  const char* slash = std::strrchr(path, '/');
-  const char* dot = std::strrchr(slash != nullptr ? slash : path, '.');
-  UTIL_strcpy(extension, dot != nullptr ? dot : "", sizeof extension);
-}
+// The extension with its dot, as the data file dispatch sees it: a name
+// that starts with its only dot (".bin", "dir/.pellam") has none, so the
+// checks made here agree with what the dispatch will open.
+void GetExtension(const char* path) { SYS_GetFileExt(path, extension, sizeof extension); }
 
 bool ExtensionIs(const char* ext) { return UTIL_stricmp(extension, ext) == 0; }
 

@@ -167,6 +167,12 @@ uint32_t ReadU32(const char* section, const char* key, uint32_t def, uint32_t ma
   return v > max ? max : v;
 }
 
+// A byte array whose text does not parse takes its default (all zeros) as a
+// whole: the elements read before the bad one are no value anybody wrote.
+void ReadBytes(const char* section, const char* key, uint8_t* bytes, int size) {
+  if (SETTINGS_GetByteArray(section, key, bytes, size) != 0) memset(bytes, 0, static_cast<size_t>(size));
+}
+
 void ReadSteps(ProjectSequences& seq, bool init) {
   const char* prefix = init ? "InitStep" : "ExitStep";
   const uint32_t count = init ? seq.NumInitSteps : seq.NumExitSteps;
@@ -182,7 +188,7 @@ void ReadSteps(ProjectSequences& seq, bool init) {
     s.Value0 = ReadU32(kCpu, key, 0, 0xFFFFFFFFu);
     UTIL_snprintf(key, sizeof key, "%s%d_Value1", prefix, static_cast<int>(i));
     if (UTIL_stricmp(action, "Write data") == 0) {
-      SETTINGS_GetByteArray(kCpu, key, s.Data, sizeof s.Data);
+      ReadBytes(kCpu, key, s.Data, sizeof s.Data);
     } else {
       s.Value1 = ReadU32(kCpu, key, 0, 0xFFFFFFFFu);
     }
@@ -292,6 +298,16 @@ void RecordCurrent(const char* fileName) {
   APPINI_SetString("PROJECT", "Current", fileName);
 }
 
+// Ends the open or create with its failure line. The reason is collected
+// already, which keeps LOG_EndOp from showing any result line; the user still
+// gets the line, under the verbosity rule of result lines.
+void EndFailed() {
+  const int32_t verbosity = LOG_GetVerbosity();
+  const int32_t after = static_cast<int32_t>(LOG_GetDepth()) - 1;  // the depth once closed
+  if (verbosity > 0 && (verbosity >= 9 || 2 * after < verbosity)) LOG_OutLine("Failed");
+  LOG_Pop();
+}
+
 int OpenOrNew(const char* fileName, bool open) {
   if (SETTINGS_IsOpen() == 1 && PROJECT_Close() != 0) return -1;
   const bool named = fileName != nullptr && fileName[0] != '\0';
@@ -304,7 +320,7 @@ int OpenOrNew(const char* fileName, bool open) {
   }
   LOG_BeginOp(line);
   if ((open ? SETTINGS_Open(fileName) : SETTINGS_New(fileName)) != 0) {
-    LOG_EndOp("Failed");
+    EndFailed();
     return -2;
   }
   p.modified = 0;
@@ -461,13 +477,14 @@ void PROJECT_LoadKeys(void) {
   f.FlashType = ReadU32(kFlash, "FlashType", 1, 2);
   if (f.FlashType == 0) f.FlashType = 1;
   f.AutoDetect = ReadU32(kFlash, "AutoDetect", 1, 1);
-  SETTINGS_GetByteArray(kFlash, "abID", f.abID, sizeof f.abID);
+  ReadBytes(kFlash, "abID", f.abID, sizeof f.abID);
   f.NumPages = ReadU32(kFlash, "NumPages", 65536, 0xFFFFFFFFu);
   f.PageSizeShift = ReadU32(kFlash, "PageSizeShift", 8, 32);
   f.SectorSizeShift = ReadU32(kFlash, "SectorSizeShift", 16, 32);
   static uint8_t selection[kMaxSelection];
-  const bool hasSelection = SETTINGS_HasKey(kFlash, "SelectedSectors") != 0;
-  if (hasSelection) SETTINGS_GetIndexSet(kFlash, "SelectedSectors", selection, kMaxSelection);
+  // A selection that does not parse is treated as absent, like any other key.
+  const bool hasSelection = SETTINGS_HasKey(kFlash, "SelectedSectors") != 0 &&
+                            SETTINGS_GetIndexSet(kFlash, "SelectedSectors", selection, kMaxSelection) == 0;
 
   auto hex8 = [](const char* key, uint32_t def, uint32_t max) {
     return static_cast<uint8_t>(ReadU32(kSpi, key, def, max));

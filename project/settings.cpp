@@ -5,6 +5,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
 
 #include "app/log.h"
 #include "project/settings_internal.h"
@@ -20,6 +23,51 @@ constexpr int kLineSize = 2048;
 constexpr int kArrayLineSize = 4096;
 constexpr int kIndexSetBudget = 3968;
 
+inline char Lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+
+// A header or key name inside the text, with the segment it belongs to (a
+// segment is the run of lines from one line starting with '[' to the next;
+// segment 0 holds the lines before the first). Names compare without regard
+// to ASCII case, as the lookups do.
+struct NameRef {
+  uint32_t segment;
+  std::string_view name;
+};
+struct NameHash {
+  size_t operator()(const NameRef& r) const {
+    uint64_t h = 14695981039346656037ull ^ r.segment;
+    for (char c : r.name) h = (h ^ static_cast<uint8_t>(Lower(c))) * 1099511628211ull;
+    return static_cast<size_t>(h);
+  }
+};
+struct NameEq {
+  bool operator()(const NameRef& a, const NameRef& b) const {
+    if (a.segment != b.segment || a.name.size() != b.name.size()) return false;
+    for (size_t i = 0; i < a.name.size(); ++i) {
+      if (Lower(a.name[i]) != Lower(b.name[i])) return false;
+    }
+    return true;
+  }
+};
+
+// Where the lookups would stop, for every header and key line of the text:
+// the first header of each name and the first line of each key per segment.
+// Built in one pass on the first lookup after a change and dropped by every
+// change, so it never disagrees with the text; the names point into it.
+struct Index {
+  bool valid = false;
+  std::vector<uint32_t> bodies;  // per segment: start of its body, kNotFound when unreachable
+  std::unordered_map<NameRef, uint32_t, NameHash, NameEq> sections;  // header name -> segment
+  std::unordered_map<NameRef, uint32_t, NameHash, NameEq> keys;      // (segment, key) -> line start
+
+  void Drop() {
+    valid = false;
+    bodies = {};
+    sections = {};
+    keys = {};
+  }
+};
+
 struct Store {
   uint32_t state = 0;  // 0 not started, 1 ready, 2 shut down
   SYS_HMUTEX lock = nullptr;
@@ -29,6 +77,8 @@ struct Store {
   char* text = nullptr;
   uint32_t capacity = 0;
   uint32_t length = 0;
+  Index index;
+  bool useIndex = true;
 };
 Store g;
 
@@ -37,6 +87,7 @@ void FreeText() {
   g.text = nullptr;
   g.capacity = 0;
   g.length = 0;
+  g.index.Drop();
 }
 
 void Shutdown() {
@@ -92,7 +143,8 @@ bool Grow(uint32_t n) {
 
 inline bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 inline bool IsEol(char c) { return c == '\r' || c == '\n'; }
-inline char Lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+// Ends the name at the start of a key line.
+inline bool EndsKeyName(char c) { return IsBlank(c) || IsEol(c) || c == '=' || c == '['; }
 
 // Case-insensitive match of `name` at `t` (t is zero-terminated, so a short
 // text stops at its terminator).
@@ -158,16 +210,85 @@ uint32_t FindKey(uint32_t body, const char* key) {
   return kNotFound;
 }
 
+std::string_view View(uint32_t from, uint32_t to) { return {g.text + from, to - from}; }
+
+// One pass over the lines, with the rules of FindSection and FindKey.
+void BuildIndex() {
+  Index& x = g.index;
+  x.Drop();
+  x.bodies.push_back(g.text != nullptr ? 0 : kNotFound);
+  size_t lines = 0;
+  for (uint32_t p = 0; p < g.length; ++p) lines += g.text[p] == '\n';
+  x.keys.reserve(lines + 1);
+  uint32_t segment = 0;
+  for (uint32_t p = NextLine(0); p < g.length;) {
+    const uint32_t q = SkipBlanks(p);
+    const uint32_t e = LineEnd(p);
+    if (g.text[q] == '[') {
+      segment = static_cast<uint32_t>(x.bodies.size());
+      // A header on the last line, without a line end, is never found.
+      x.bodies.push_back(e < g.length ? PastBreak(e) : kNotFound);
+      uint32_t r = q + 1;
+      while (r < e && g.text[r] != ']') ++r;
+      if (r < e && r > q + 1) x.sections.try_emplace(NameRef{0, View(q + 1, r)}, segment);
+    } else {
+      uint32_t r = q;
+      while (r < e && !EndsKeyName(g.text[r])) ++r;
+      const uint32_t t = SkipBlanks(r);
+      if (r > q && t < g.length && (g.text[t] == '=' || g.text[t] == '[')) {
+        x.keys.try_emplace(NameRef{segment, View(q, r)}, p);
+      }
+    }
+    p = NextLine(e);
+  }
+  x.valid = true;
+}
+
+// Names the index can answer for: a section name without ']' and a key name
+// without the characters that end a key name. Others are looked up by scanning.
+bool Indexable(const char* section, const char* key) {
+  if (HasName(section) && strchr(section, ']') != nullptr) return false;
+  for (const char* k = key; *k != '\0'; ++k) {
+    if (EndsKeyName(*k)) return false;
+  }
+  return true;
+}
+
+// A key's section body (kNotFound when the section is missing) and line
+// (kNotFound when the key is). `build`: build the index when it is stale;
+// writes don't, as they drop it right after.
+struct Where {
+  uint32_t body;
+  uint32_t line;
+};
+Where Locate(const char* section, const char* key, bool build) {
+  if (g.useIndex && (g.index.valid || build) && Indexable(section, key)) {
+    if (!g.index.valid) BuildIndex();
+    uint32_t segment = 0;
+    if (HasName(section)) {
+      const auto s = g.index.sections.find(NameRef{0, section});
+      if (s == g.index.sections.end()) return {kNotFound, kNotFound};
+      segment = s->second;
+    }
+    const uint32_t body = g.index.bodies[segment];
+    if (body == kNotFound) return {kNotFound, kNotFound};
+    const auto k = g.index.keys.find(NameRef{segment, key});
+    return {body, k != g.index.keys.end() ? k->second : kNotFound};
+  }
+  const uint32_t body = FindSection(section);
+  return {body, body == kNotFound ? kNotFound : FindKey(body, key)};
+}
+
 uint32_t FindKeyLine(const char* section, const char* key) {
   if (key == nullptr || key[0] == '\0') return kNotFound;
-  const uint32_t body = FindSection(section);
-  return body == kNotFound ? kNotFound : FindKey(body, key);
+  return Locate(section, key, true).line;
 }
 
 // Replaces `removeLen` bytes at `pos` with the given bytes.
 bool Splice(uint32_t pos, uint32_t removeLen, const char* insert, uint32_t insertLen) {
   const uint64_t newLen = static_cast<uint64_t>(g.length) - removeLen + insertLen;
   if (newLen >= 0x7FFFFFFFu || !Grow(static_cast<uint32_t>(newLen))) return false;
+  g.index.valid = false;
   memmove(g.text + pos + insertLen, g.text + pos + removeLen, g.length - pos - removeLen);
   if (insertLen != 0) memcpy(g.text + pos, insert, insertLen);
   g.length = static_cast<uint32_t>(newLen);
@@ -306,8 +427,10 @@ bool BeginRead(Parser& parser, const char* section, const char* key, int32_t* co
 
 int EndRead(const Parser& parser) {
   if (!parser.failed) return 0;
+  // Printed, not collected: the caller falls back to the key's default and
+  // goes on, so a bad value must not fail the operation that reads it.
   // A string without its quotes carries no text; there is nothing to show.
-  if (parser.error[0] != '\0') SETTINGS_ReportError(parser.error);
+  if (parser.error[0] != '\0') LOG_Error("%s", parser.error);
   return -1;
 }
 
@@ -318,9 +441,10 @@ void WriteLine(const char* section, const char* key, const char* line) {
   if (key == nullptr || key[0] == '\0') return;
   char buf[kArrayLineSize + 16];
   const int n = static_cast<int>(UTIL_snprintf(buf, sizeof buf, "%s\r\n", line) - buf);
-  const uint32_t body = FindSection(section);
+  const Where where = Locate(section, key, false);
+  const uint32_t body = where.body;
   if (body != kNotFound) {
-    const uint32_t at = FindKey(body, key);
+    const uint32_t at = where.line;
     if (at != kNotFound) {
       if (!Splice(at, PastBreak(LineEnd(at)) - at, buf, static_cast<uint32_t>(n))) return;
     } else {
@@ -716,8 +840,16 @@ void SETTINGS_SetIndexSet(const char* section, const char* key, const uint8_t* f
 void SETTINGS_DeleteKey(const char* section, const char* key) {
   Guard guard;
   if (!RequireOpen(guard)) return;
-  const uint32_t at = FindKeyLine(section, key);
+  if (key == nullptr || key[0] == '\0') return;
+  const uint32_t at = Locate(section, key, false).line;
   if (at == kNotFound) return;
   Splice(at, PastBreak(LineEnd(at)) - at, nullptr, 0);
   ++g.modified;
+}
+
+void SETTINGS_SetIndexed(int on) {
+  Guard guard;
+  if (!guard.ok) return;
+  g.useIndex = on != 0;
+  g.index.Drop();
 }

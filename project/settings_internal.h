@@ -10,3 +10,8 @@ void SETTINGS_ReportWarning(const char* text);
 // platform's error code.
 void SETTINGS_FileMessage(char* buffer, int size, const char* verb, const char* name, int errorCode,
                           bool readOnly);
+
+// Lookups go through an index of the text's header and key lines (default)
+// or scan the text line by line (0). Both give the same answers; tests and
+// benchmarks compare them.
+void SETTINGS_SetIndexed(int on);

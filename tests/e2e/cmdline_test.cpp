@@ -263,6 +263,43 @@ TEST(CommandLine, QuotedBinaryNameWithBaseAddress) {
   EXPECT_EQ(dir.read("out.bin"), std::string(16, '\x5A'));
 }
 
+// A name that starts with its only dot has no extension, for the checks of
+// the command line as for the data file dispatch: ".pellam" is no project
+// name, ".bin" no binary file that wants a base address.
+TEST(CommandLine, NameStartingWithItsOnlyDotHasNoExtension) {
+  struct Case {
+    std::vector<std::string> args;
+    int exitStatus;
+    std::string expected;
+  };
+  const std::string wrongProject = "ERROR: Wrong file extension after option \"-openprj\".\n";
+  const Case cases[] = {
+      {{"-openprj", ".pellam"}, 255, wrongProject},
+      {{"-openprj.PELLAM"}, 255, wrongProject},
+      {{"-openprj", "dir/.pellam"}, 255, wrongProject},
+      {{"-open", ".bin"}, 1, "Opening data file [.bin] ...\n- ERROR: Unsupported file type (*)\n"},
+      {{"-open.bin"}, 1, "Opening data file [.bin] ...\n- ERROR: Unsupported file type (*)\n"},
+      {{"-open", "dir/.BIN"}, 1, "Opening data file [dir/.BIN] ...\n- ERROR: Unsupported file type (*)\n"},
+      {{"-open", "in.hex", "-saveas.bin"}, 1, "Saving data file [.bin] ...\n- ERROR: Unsupported file type (*)\n"},
+  };
+  for (const Case& c : cases) {
+    TempDir dir;
+    dir.write("in.hex", ":0400000001020304F2\r\n:00000001FF\r\n");
+    dir.write(".pellam", "[JTAG]\r\n  Speed0 = 4000\r\n");
+    dir.write(".bin", "data");
+    std::vector<std::string> args = c.args;
+    args.push_back("-pellamlogafter.log");
+    RunResult r = RunIn(dir, args);
+    r.out = StripCR(r.out);
+    const std::string label = c.args[0] + (c.args.size() > 1 ? " " + c.args[1] : "");
+    EXPECT_EQ(r.exitStatus, c.exitStatus) << label << "\n" << r.out;
+    EXPECT_TRUE(Has(r, c.expected)) << label << "\n" << r.out;
+    EXPECT_FALSE(Has(r, "Missing command line parameter")) << label << "\n" << r.out;
+    EXPECT_EQ(dir.exists("after.log"), c.exitStatus != 255) << label;  // a syntax error stops the walk
+    EXPECT_FALSE(dir.exists(".config/Valmik/PellamSPI.ini")) << label;  // no project was opened
+  }
+}
+
 // Both range forms read the same range; only the separators differ.
 TEST(CommandLine, ReadRangeForms) {
   TempDir dir;

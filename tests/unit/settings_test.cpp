@@ -6,10 +6,13 @@
 
 #include <cstdio>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "project/settings.h"
+#include "project/settings_internal.h"
 #include "tests/e2e/run_program.h"
 
 namespace {
@@ -185,6 +188,70 @@ TEST(SettingsWrite, GrowsBeyondOneBuffer) {
     uint32_t v = 0;
     EXPECT_EQ(0, SETTINGS_GetU32("BIG", key, &v));
     EXPECT_EQ(static_cast<uint32_t>(i), v);
+  }
+}
+
+// Lookups through the index of key lines and lookups by scanning the text
+// must agree on every text: the same answers to reads, and the same text
+// after writes and deletions that find their lines either way. The texts
+// are made of the lines and line ends that sit on the lookup rules' edges.
+struct Trace {
+  std::vector<std::string> answers;
+  std::string text;
+  bool operator==(const Trace&) const = default;
+};
+
+Trace Exercise(const std::string& text, bool indexed) {
+  static const char* const kSections[] = {nullptr, "S", "s", "T", "K", "S]x", "[S"};
+  static const char* const kKeys[] = {"K", "k", "Ka", "K x", "K=", "x", "S"};
+  SETTINGS_SetIndexed(indexed ? 1 : 0);
+  Load(text);
+  Trace t;
+  auto readAll = [&] {
+    for (const char* section : kSections) {
+      for (const char* key : kKeys) {
+        uint32_t v = 0;
+        const int r = SETTINGS_GetU32(section, key, &v);
+        t.answers.push_back(std::to_string(SETTINGS_HasKey(section, key)) + ":" + std::to_string(r) + ":" +
+                            std::to_string(v));
+      }
+    }
+  };
+  testing::internal::CaptureStdout();  // parse messages
+  readAll();
+  SETTINGS_SetDec("S", "K", 1);
+  readAll();
+  SETTINGS_SetDec(nullptr, "k", 2);
+  SETTINGS_DeleteKey("T", "Ka");
+  readAll();
+  SETTINGS_DeleteKey("s", "k");
+  SETTINGS_SetDec("T", "K x", 3);
+  SETTINGS_SetDec("U", "K", 4);
+  readAll();
+  t.answers.push_back(testing::internal::GetCapturedStdout());
+  t.text = Text();
+  return t;
+}
+
+TEST(SettingsIndex, AgreesWithScanning) {
+  static const char* const kLines[] = {"[S]",   "[s] tail", "  [S]",  "[ S]",   "[S",     "[]",    "[T]",
+                                       "[S]x]", "[K]",      "K = 1",  "k=2",    "K[2] = 3", "\tK\t= 4", "Ka = 5",
+                                       "K x = 6", "K",      "K =",    "=7",     "  ",     "KA =0x8", "Kb[1]=9"};
+  static const char* const kEnds[] = {"\r\n", "\n", "\r", "\r\n\r\n", " \r\n"};
+  std::mt19937 rng(12345);
+  for (int round = 0; round < 1500; ++round) {
+    std::string text;
+    const int lines = static_cast<int>(rng() % 12);
+    for (int i = 0; i < lines; ++i) {
+      text += kLines[rng() % std::size(kLines)];
+      // The last line sometimes has no line end.
+      if (i + 1 < lines || rng() % 3 != 0) text += kEnds[rng() % std::size(kEnds)];
+    }
+    const Trace scanned = Exercise(text, false);
+    const Trace indexed = Exercise(text, true);
+    ASSERT_TRUE(scanned == indexed) << "text: " << testing::PrintToString(text) << "\nscanned: "
+                                    << testing::PrintToString(scanned.text)
+                                    << "\nindexed: " << testing::PrintToString(indexed.text);
   }
 }
 
