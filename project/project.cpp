@@ -482,9 +482,12 @@ void PROJECT_LoadKeys(void) {
   f.PageSizeShift = ReadU32(kFlash, "PageSizeShift", 8, 32);
   f.SectorSizeShift = ReadU32(kFlash, "SectorSizeShift", 16, 32);
   static uint8_t selection[kMaxSelection];
-  // A selection that does not parse is treated as absent, like any other key.
-  const bool hasSelection = SETTINGS_HasKey(kFlash, "SelectedSectors") != 0 &&
-                            SETTINGS_GetIndexSet(kFlash, "SelectedSectors", selection, kMaxSelection) == 0;
+  // A selection that does not parse selects nothing. Treating it as absent,
+  // as other keys are, would select every sector, and -erasesectors would
+  // then erase the whole chip because one item of the list was damaged.
+  const bool hasSelection = SETTINGS_HasKey(kFlash, "SelectedSectors") != 0;
+  if (hasSelection && SETTINGS_GetIndexSet(kFlash, "SelectedSectors", selection, kMaxSelection) != 0)
+    memset(selection, 0, sizeof selection);
 
   auto hex8 = [](const char* key, uint32_t def, uint32_t max) {
     return static_cast<uint8_t>(ReadU32(kSpi, key, def, max));

@@ -332,6 +332,15 @@ TEST(FlashOps, EraseChipAndSelectedSectors) {
   Bytes expected = content;
   for (uint32_t sec : {1u, 3u, 4u}) expected.replace(sec * kSector, kSector, Bytes(kSector, '\xFF'));
   EXPECT_EQ(s.Flash().substr(0, content.size()), expected);
+
+  // A damaged selection selects nothing rather than every sector.
+  Bench d;
+  chip.extra = "  SelectedSectors[2] = 1,x\r\n";
+  d.WriteProject(chip);
+  d.SetFlash(0, content);
+  r = d.Run({"-erasesectors"});
+  EXPECT_TRUE(Has(r, "0 of 256 sectors selected")) << r.out;
+  EXPECT_EQ(d.Flash().substr(0, content.size()), content);
 }
 
 // ---- Reading back ----
