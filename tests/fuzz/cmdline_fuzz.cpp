@@ -133,6 +133,17 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   if (fd >= 0) dup2(fd, 1);
 
   // Start-up as main does it; each run then opens its own default project.
+  // Without the library the program's start-up ends the process quietly
+  // (its message goes to the silenced console); say why first.
+  char exe[4096];
+  const ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
+  if (n > 0) {
+    exe[n] = '\0';
+    std::string lib(exe);
+    lib = lib.substr(0, lib.rfind('/') + 1) + "libtarloarm.so";
+    if (access(lib.c_str(), R_OK) != 0) std::fprintf(stderr, "cmdline_fuzz: %s is missing\n", lib.c_str());
+  }
+
   if (fchdir(ScratchFd) != 0) abort();
   SYS_Init(0);
   APP_Init();
