@@ -1,4 +1,5 @@
-add_executable(cmdline_fuzz ${CMAKE_SOURCE_DIR}/tests/fuzz/cmdline_fuzz.cpp)
-target_compile_options(cmdline_fuzz PRIVATE -fsanitize=fuzzer,address,undefined)
-target_link_options(cmdline_fuzz PRIVATE -fsanitize=fuzzer,address,undefined)
-target_link_libraries(cmdline_fuzz PRIVATE pellam_app)
+pellam_fuzz_target(cmdline_fuzz pellam_app)
+# The walk connects to the simulated probe, found beside the binary.
+add_dependencies(cmdline_fuzz tarloarm)
+# The program's clock readings go through the target's fast-running clock.
+target_link_options(cmdline_fuzz PRIVATE -Wl,--wrap=clock_gettime)
