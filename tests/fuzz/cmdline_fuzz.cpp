@@ -49,8 +49,20 @@ std::string ScratchDir;
 int ScratchFd = -1;
 int HomeFd = -1;
 // A sequence may loop for ever (a branch back, as a user may program it);
-// the program stops it on Ctrl-C, which this timer stands in for.
+// the program stops it on Ctrl-C, which this timer stands in for: every
+// 20 ms of a run it raises SIGINT, unless the program's handler has gone
+// (it removes itself when it fires and comes back once the request has been
+// taken care of), so a second Ctrl-C never ends the process.
 timer_t AbortTimer;
+const int kTickSignal = SIGRTMIN + 1;
+
+void OnTick(int) {
+  struct sigaction current = {};
+  if (sigaction(SIGINT, nullptr, &current) == 0 && current.sa_handler != SIG_DFL &&
+      current.sa_handler != SIG_IGN) {
+    raise(SIGINT);
+  }
+}
 constexpr long kAbortAfterNs = 20 * 1000000L;  // a run takes a few ms otherwise
 
 int RemoveEntry(const char* path, const struct stat*, int, FTW* ftw) {
@@ -143,7 +155,12 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   atexit(RemoveScratchDir);
   sigevent event = {};
   event.sigev_notify = SIGEV_SIGNAL;
-  event.sigev_signo = SIGINT;
+  event.sigev_signo = kTickSignal;
+  struct sigaction tick = {};
+  tick.sa_handler = OnTick;
+  sigemptyset(&tick.sa_mask);
+  tick.sa_flags = SA_RESTART;
+  if (sigaction(kTickSignal, &tick, nullptr) != 0) abort();
   if (timer_create(CLOCK_MONOTONIC, &event, &AbortTimer) != 0) abort();
 
   // A small chip that answers at once, its contents kept in the scratch dir.
@@ -220,6 +237,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   itimerspec arm = {};
   arm.it_value.tv_nsec = kAbortAfterNs;
+  arm.it_interval.tv_nsec = kAbortAfterNs;
   timer_settime(AbortTimer, 0, &arm, nullptr);
   CMDLINE_Execute(static_cast<int>(args.size()), argv.data());
   const itimerspec disarm = {};
