@@ -9,12 +9,18 @@
 // argument can name anything outside it: every '/' is dropped, so a name is
 // a plain entry of the scratch directory (which holds only regular files the
 // runs made; "." and ".." are directories and fail to open as files).
-// HOME and the simulated chip's contents file point into it as well.
+// A name starting with "~" has HOME put in its place ("~.hex" is HOME
+// followed by ".hex"), so HOME is a directory inside the scratch dir, never
+// the scratch dir itself. The scratch dir sits alone in a directory of its
+// own, which is checked after every run: anything else there is a write
+// that escaped, and ends the run as a finding. The simulated chip's
+// contents file is in the scratch dir as well.
 //
 // A run's working directory is the scratch dir, where libFuzzer would also
 // put a crash file: give it an absolute -artifact_prefix. Ctrl-C is taken by
 // the program's own handler (it stops a looping sequence); stop a long run
 // with -max_total_time or by its process id.
+#include <dirent.h>
 #include <fcntl.h>
 #include <ftw.h>
 #include <sys/stat.h>
@@ -43,6 +49,7 @@ constexpr size_t kMaxArgs = 16;
 constexpr size_t kMaxArgLength = 700;  // past the program's 512-byte name buffers
 constexpr const char* kPayloadNames[] = {"in.hex", "in.mot", "in.bin", "in.pellam"};
 
+std::string OuterDir;    // holds ScratchDir and nothing else
 std::string ScratchDir;
 // The walk runs inside the scratch dir; between runs the fuzzer's own
 // relative paths (corpus, artifacts) need the directory it started in.
@@ -110,7 +117,25 @@ bool NumbersAreSmall(const std::string& text) {
 
 void RemoveScratchDir() {
   if (fchdir(ScratchFd) == 0) EmptyScratchDir();
-  if (fchdir(HomeFd) == 0) rmdir(ScratchDir.c_str());
+  if (fchdir(HomeFd) == 0) {
+    rmdir(ScratchDir.c_str());
+    rmdir(OuterDir.c_str());
+  }
+}
+
+// A run may only have written inside the scratch dir.
+void CheckNothingEscaped() {
+  DIR* dir = opendir(OuterDir.c_str());
+  if (dir == nullptr) abort();
+  while (const dirent* e = readdir(dir)) {
+    const std::string name = e->d_name;
+    if (name != "." && name != ".." && name != "run") {
+      std::fprintf(stderr, "cmdline_fuzz: a run wrote %s/%s, outside its scratch directory\n",
+                   OuterDir.c_str(), name.c_str());
+      abort();
+    }
+  }
+  closedir(dir);
 }
 
 void WriteFile(const char* name, const uint8_t* data, size_t size) {
@@ -148,7 +173,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   const char* tmp = std::getenv("TMPDIR");
   std::string templ = std::string(tmp != nullptr && tmp[0] == '/' ? tmp : "/tmp") + "/pellam-cmdline-fuzz.XXXXXX";
   if (mkdtemp(templ.data()) == nullptr) abort();
-  ScratchDir = templ;
+  OuterDir = templ;
+  ScratchDir = OuterDir + "/run";
+  if (mkdir(ScratchDir.c_str(), 0700) != 0) abort();
   ScratchFd = open(ScratchDir.c_str(), O_RDONLY | O_DIRECTORY);
   HomeFd = open(".", O_RDONLY | O_DIRECTORY);
   if (ScratchFd < 0 || HomeFd < 0) abort();
@@ -168,7 +195,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   setenv("TARLOSIM_CHIP", "202011", 1);  // 128 KiB in the chip table
   setenv("TARLOSIM_SIZE", "128K", 1);
   setenv("TARLOSIM_TIMING", "instant", 1);
-  setenv("HOME", ScratchDir.c_str(), 1);
+  setenv("HOME", (ScratchDir + "/home").c_str(), 1);
   unsetenv("TARLOSIM_TRACE");
   unsetenv("TARLOSIM_STATS");
   unsetenv("TARLOSIM_FAULT");
@@ -249,5 +276,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   APP_SetCurrentImage(nullptr);
   LOG_ClearAbort();
   if (fchdir(HomeFd) != 0) abort();
+  CheckNothingEscaped();
   return 0;
 }
