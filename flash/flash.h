@@ -2,7 +2,7 @@
 // user-level flash operations behind the command-line actions.
 #pragma once
 #include <cstdint>
-#include "flash/flashparams.h"
+#include "project/flashparams.h"
 
 struct MemImage;
 

@@ -2,7 +2,7 @@
 // to the project's FlashParams, and detection of the connected chip.
 #pragma once
 #include <cstdint>
-#include "flash/flashparams.h"
+#include "project/flashparams.h"
 
 // One chip of the table.
 //   Id:       bits 0-7 manufacturer, 8-15 memory type, 16-23 capacity byte;

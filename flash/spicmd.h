@@ -4,7 +4,7 @@
 // function, and reads ranges back.
 #pragma once
 #include <cstdint>
-#include "flash/flashparams.h"
+#include "project/flashparams.h"
 
 struct MemImage;
 

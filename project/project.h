@@ -3,8 +3,8 @@
 // in a project file through the settings store. One project per process.
 #pragma once
 #include <cstdint>
-#include "flash/flashparams.h"
-#include "flash/seq/seqstep.h"
+#include "project/flashparams.h"
+#include "project/seqstep.h"
 
 struct ProjectGeneral {
   char     CurrentFile[512];

@@ -7,7 +7,7 @@
 #include <span>
 
 #include "app/log.h"
-#include "flash/seq/seqstep.h"
+#include "project/seqstep.h"
 #include "probe/tarlo_abi.h"
 #include "project/project.h"
 #include "sys/sys.h"

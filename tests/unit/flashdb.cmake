@@ -5,7 +5,7 @@ add_library(pellam_conn_testlib STATIC
   ${CMAKE_SOURCE_DIR}/flash/flashdb.cpp
   ${CMAKE_SOURCE_DIR}/flash/connect.cpp
   ${CMAKE_SOURCE_DIR}/flash/seq/seq.cpp
-  ${CMAKE_SOURCE_DIR}/flash/seq/seqactions.cpp
+  ${CMAKE_SOURCE_DIR}/project/seqactions.cpp
   ${CMAKE_SOURCE_DIR}/tests/unit/flashdb_fakes.cpp)
 target_link_libraries(pellam_conn_testlib PUBLIC pellam_log pellam_sys pellam_util)
 

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "flash/seq/seqstep.h"
+#include "project/seqstep.h"
 #include "probe/tarlo_abi.h"
 #include "util/util.h"
 

@@ -15,7 +15,7 @@
 #include "app/log.h"
 #include "flash/flash.h"
 #include "flash/seq/seq.h"
-#include "flash/seq/seqstep.h"
+#include "project/seqstep.h"
 #include "project/project.h"
 #include "tests/unit/flashdb_fakes.h"
 
