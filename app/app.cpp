@@ -5,6 +5,7 @@
 #include "app/progress.h"
 #include "dataimage/memimage.h"
 #include "flash/flash.h"
+#include "flash/spi.h"
 #include "probe/probelib.h"
 #include "project/project.h"
 #include "util/util.h"

@@ -1,5 +1,5 @@
-// Program-wide state owned by the command line, and the data-file dispatch
-// by extension that the command line calls.
+// Program-wide state owned by the command line: the current data image and
+// the addresses remembered between options; start-up and shutdown.
 #pragma once
 #include <cstdint>
 
@@ -9,11 +9,6 @@ struct MemImage;
 // it is the same object.
 MemImage* APP_GetCurrentImage(void);
 void      APP_SetCurrentImage(MemImage* image);
-
-// Open or save a data file chosen by extension (".pellam" opens a project).
-// 0 on success, non-zero on failure.
-int DATAFILE_Open(const char* path, int32_t baseAddress);
-int DATAFILE_Save(MemImage* image, const char* path, int32_t startAddress, int32_t endAddress);
 
 // Addresses remembered from the last binary open and the last range save.
 extern int32_t LastBinBaseAddress;

@@ -12,8 +12,10 @@
 
 #include "app/app.h"
 #include "app/log.h"
+#include "datafile/datafile.h"
 #include "dataimage/memimage.h"
 #include "flash/flash.h"
+#include "flash/spi.h"
 #include "project/project.h"
 #include "sys/sys.h"
 #include "util/util.h"

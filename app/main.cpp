@@ -3,6 +3,7 @@
 #include "app/cmdline.h"
 #include "app/log.h"
 #include "flash/flash.h"
+#include "flash/spi.h"
 #include "sys/sys.h"
 
 int main(int argc, char** argv) {

@@ -1,5 +1,6 @@
 // Readers and writers of the data file formats (binary, Intel HEX,
-// S-record, C source) and the buffered output file they share. Readers fill
+// S-record, C source), and opening or saving a data file chosen by its
+// extension. Readers fill
 // a caller's fresh image; writers store an image or an address window of it.
 // Errors go into the caller's text buffer: the first message wins.
 #pragma once
@@ -42,26 +43,15 @@ int DATAFILE_WriteC(MemImage* image, const char* fileName, char* errorText, uint
 int DATAFILE_WriteCEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
                       uint32_t firstAddr, uint32_t lastAddr, DATAFILE_PROGRESS_FUNC progress, void* context);
 
-// Buffered output file of every writer (32 KiB buffer).
-struct FileWriter {
-  int      file;
-  uint8_t* buffer;
-  char*    errorText;
-  uint32_t buffered;
-  uint32_t errorTextSize;
-  int      failed;      // set by the first failed write, even without an error buffer
-};
-
-// Clears the whole error buffer, then opens (creates, truncates) the file.
-// Null after storing a message.
-FileWriter* FILEWRITER_Open(const char* fileName, char* errorText, uint32_t errorTextSize);
-// Appends count bytes; a null source appends count bytes of 0xFF.
-void FILEWRITER_Write(FileWriter* writer, const void* bytes, uint32_t count);
-// Writes what is buffered, closes the file and frees the writer. 0, or -1
-// when this or any earlier write of the writer failed.
-int FILEWRITER_Close(FileWriter* writer);
-
 // Stores a message into the error buffer if it is still empty (first error wins).
 void DATAFILE_StoreError(char* errorText, uint32_t errorTextSize, const char* message);
 // Stores the read-open message picked by the system error number.
 void DATAFILE_StoreOpenError(char* errorText, uint32_t errorTextSize, const char* fileName, int errorNumber);
+
+// Open or save a data file chosen by extension (".pellam" opens a project).
+// Each is one top-level operation of the log; an opened image becomes the
+// application's current image. They are defined in app/, beside the current
+// image they replace and the project they may open.
+// 0 on success, non-zero on failure.
+int DATAFILE_Open(const char* path, int32_t baseAddress);
+int DATAFILE_Save(MemImage* image, const char* path, int32_t startAddress, int32_t endAddress);

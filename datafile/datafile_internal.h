@@ -6,6 +6,7 @@
 
 #include "dataimage/memimage.h"
 #include "datafile/datafile.h"
+#include "datafile/filewriter.h"
 #include "sys/sys.h"
 #include "util/util.h"
 

@@ -1,7 +1,7 @@
 // Connection to the probe: selection, SPI interface and speed, target power,
 // reset held low while connected, identity check or detection of the chip,
 // 4-byte address mode, and the init sequence.
-#include "flash/connect.h"
+#include "flash/spi.h"
 
 #include <cstring>
 

@@ -1,5 +1,6 @@
 // Chip lookup, applying a table entry to FlashParams, and detection by the
 // JEDEC Read-ID command.
+#include "flash/flash.h"
 #include "flash/flashdb.h"
 
 #include <algorithm>

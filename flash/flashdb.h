@@ -1,5 +1,5 @@
 // Built-in table of SPI NOR flash chips, lookup by JEDEC ID, applying a chip
-// to the project's FlashParams, and detection of the connected chip.
+// to the project's FlashParams, and reading the connected chip's ID.
 #pragma once
 #include <cstdint>
 #include "project/flashparams.h"
@@ -71,7 +71,3 @@ void FLASHDB_ReadId(uint8_t id[13]);
 void FLASHDB_CompactId(uint8_t id[13]);
 // "Read SPI Flash Id = 0xC2 20 18" for the first three bytes.
 void FLASHDB_FormatId(char* buffer, int size, const uint8_t* id);
-
-// Reads the ID, stores it in abID and selects the matching chip.
-// 0 when a chip was identified, -1 when not. The probe must be open.
-int FLASH_DetectChip(void);

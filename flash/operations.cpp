@@ -1,7 +1,7 @@
 // User-level flash operations behind the command-line actions. Each public
 // FLASH_ function is one top-level operation of the operation log; it
 // connects by itself and uses the SPI command layer for the bus traffic.
-#include "flash/operations.h"
+#include "flash/flash.h"
 
 #include <algorithm>
 #include <cstdarg>
@@ -11,9 +11,8 @@
 
 #include "app/log.h"
 #include "dataimage/memimage.h"
-#include "flash/flash.h"
 #include "flash/seq/seq.h"
-#include "flash/spicmd.h"
+#include "flash/spi.h"
 #include "probe/tarlo_abi.h"
 #include "project/project.h"
 #include "util/util.h"
@@ -199,7 +198,7 @@ int CheckFit(MemImage* image) {
     return 1;
   }
   uint32_t first = 0, last = 0;
-  const int r = FLASHOPS_CheckFit(image, FLASHPARAMS_ChipSize(ProjectParams()), &first, &last);
+  const int r = FLASH_CheckFit(image, FLASHPARAMS_ChipSize(ProjectParams()), &first, &last);
   if (r < 0) {
     ReportError("Failed to allocate %d bytes of memory", (int)sizeof(MemImage));
     return 1;
@@ -223,7 +222,7 @@ void EraseChipWork() {
   const uint32_t sectors = NumSectors(fp);
   const uint64_t size = FLASHPARAMS_ChipSize(fp);
   char list[512] = "";
-  if (size) FLASHOPS_AppendRange(list, sizeof list, 0, (uint32_t)(size - 1));
+  if (size) FLASH_AppendRange(list, sizeof list, 0, (uint32_t)(size - 1));
   const uint32_t ranges = size ? 1 : 0;
   Info("Erasing %d sector%s, %d range%s%s", (int)sectors, Plural(sectors), (int)ranges, Plural(ranges), list);
   Indicator busy(kRateErase);
@@ -247,7 +246,7 @@ void EraseFlagged(const FlashParams& fp, const uint8_t* flags, uint32_t count) {
   LOG_ProgressBegin("Erasing", (uint64_t)std::count_if(flags, flags + count, [](uint8_t f) { return f != 0; }),
                     LOG_PROGRESS_SECTORS);
   uint32_t index = 0, first = 0, last = 0;
-  while (!LOG_HasError() && FLASHOPS_NextRun(flags, count, &index, &first, &last)) {
+  while (!LOG_HasError() && FLASH_NextRun(flags, count, &index, &first, &last)) {
     const uint32_t a = SectorFirst(first, shift);
     const uint32_t b = SectorLast(last, shift);
     if (first == last) {
@@ -275,7 +274,7 @@ int EraseAffectedOp(const uint8_t* flags) {
     }
     const uint32_t n = NumSectors(fp);
     const uint32_t marked = (uint32_t)std::count_if(flags, flags + n, [](uint8_t f) { return f != 0; });
-    const uint32_t runs = FLASHOPS_CountRuns(flags, n);
+    const uint32_t runs = FLASH_CountRuns(flags, n);
     Info("%d of %d sectors affected, %d range%s", (int)marked, (int)n, (int)runs, Plural(runs));
     EraseFlagged(fp, flags, n);
     return kWorkDone;
@@ -379,9 +378,9 @@ int VerifyOp(bool topLevel, MemImage* image) {
 // Reads the flagged sectors, one run after the other, into image.
 void ReadFlagged(MemImage* image, const FlashParams& fp, const uint8_t* flags, uint32_t count) {
   const uint32_t shift = SectorShift(fp);
-  const uint32_t runs = FLASHOPS_CountRuns(flags, count);
+  const uint32_t runs = FLASH_CountRuns(flags, count);
   uint32_t index = 0, first = 0, last = 0, i = 0;
-  while (!LOG_HasError() && FLASHOPS_NextRun(flags, count, &index, &first, &last)) {
+  while (!LOG_HasError() && FLASH_NextRun(flags, count, &index, &first, &last)) {
     const uint32_t a = SectorFirst(first, shift);
     const uint32_t b = SectorLast(last, shift);
     Info("Range %d/%d, 0x%X - 0x%X", (int)++i, (int)runs, a, b);
@@ -470,16 +469,16 @@ int AutoWork(MemImage* image) {
     LOG_ReportError("Could not erase affected sectors, not enough memory.");
     return kWorkDone;
   }
-  const uint32_t marked = FLASHOPS_MarkSectors(image, shift, touched.get(), numSectors);
+  const uint32_t marked = FLASH_MarkSectors(image, shift, touched.get(), numSectors);
   std::fill_n(toErase.get(), numSectors, 0);
 
   // Read back what the data touches.
   ImagePtr readBack(ReadOp(false, "Reading affected sectors ...", [&](MemImage* r) {
-    const uint32_t runs = FLASHOPS_CountRuns(touched.get(), numSectors);
+    const uint32_t runs = FLASH_CountRuns(touched.get(), numSectors);
     char list[512] = "";
     uint32_t index = 0, first = 0, last = 0;
-    while (FLASHOPS_NextRun(touched.get(), numSectors, &index, &first, &last)) {
-      FLASHOPS_AppendRange(list, sizeof list, SectorFirst(first, shift), SectorLast(last, shift));
+    while (FLASH_NextRun(touched.get(), numSectors, &index, &first, &last)) {
+      FLASH_AppendRange(list, sizeof list, SectorFirst(first, shift), SectorLast(last, shift));
     }
     Info("%d of %d sectors affected, %d range%s%s", (int)marked, (int)numSectors, (int)runs, Plural(runs), list);
     LOG_ProgressBegin("Reading back", (uint64_t)marked << shift, LOG_PROGRESS_BYTES);
@@ -530,7 +529,7 @@ int AutoWork(MemImage* image) {
 
 // ---- Pieces without the probe ----
 
-uint32_t FLASHOPS_MarkSectors(MemImage* image, uint32_t sectorShift, uint8_t* flags, uint32_t numSectors) {
+uint32_t FLASH_MarkSectors(MemImage* image, uint32_t sectorShift, uint8_t* flags, uint32_t numSectors) {
   std::fill_n(flags, numSectors, 0);
   uint32_t marked = 0;
   if (!image || sectorShift >= 64) return 0;
@@ -551,7 +550,7 @@ uint32_t FLASHOPS_MarkSectors(MemImage* image, uint32_t sectorShift, uint8_t* fl
   return marked;
 }
 
-uint32_t FLASHOPS_CountRuns(const uint8_t* flags, uint32_t count) {
+uint32_t FLASH_CountRuns(const uint8_t* flags, uint32_t count) {
   uint32_t runs = 0;
   for (uint32_t i = 0; i < count; i++) {
     if (flags[i] && (i == 0 || !flags[i - 1])) runs++;
@@ -559,7 +558,7 @@ uint32_t FLASHOPS_CountRuns(const uint8_t* flags, uint32_t count) {
   return runs;
 }
 
-int FLASHOPS_NextRun(const uint8_t* flags, uint32_t count, uint32_t* index, uint32_t* first, uint32_t* last) {
+int FLASH_NextRun(const uint8_t* flags, uint32_t count, uint32_t* index, uint32_t* first, uint32_t* last) {
   uint32_t i = *index;
   while (i < count && !flags[i]) i++;
   if (i >= count) {
@@ -573,7 +572,7 @@ int FLASHOPS_NextRun(const uint8_t* flags, uint32_t count, uint32_t* index, uint
   return 1;
 }
 
-int FLASHOPS_CheckFit(MemImage* image, uint64_t chipSize, uint32_t* first, uint32_t* last) {
+int FLASH_CheckFit(MemImage* image, uint64_t chipSize, uint32_t* first, uint32_t* last) {
   if (chipSize > 0xFFFFFFFFu) return 0;  // the whole address space: a range can't be 2^32 long
   ImagePtr chip(MEMIMAGE_Create());
   if (!chip) return -1;
@@ -587,7 +586,7 @@ int FLASHOPS_CheckFit(MemImage* image, uint64_t chipSize, uint32_t* first, uint3
   return 1;
 }
 
-void FLASHOPS_AppendRange(char* list, int size, uint32_t first, uint32_t last) {
+void FLASH_AppendRange(char* list, int size, uint32_t first, uint32_t last) {
   char previous[512];
   UTIL_strcpy(previous, list, sizeof previous);
   UTIL_snprintf(list, size, "%s, 0x%X - 0x%X", previous, first, last);
@@ -614,12 +613,12 @@ int FLASH_EraseSelectedSectors(void) {
       return kWorkDone;
     }
     const uint32_t selected = PROJECT_GetSectorSelection(flags.get(), n);
-    const uint32_t runs = FLASHOPS_CountRuns(flags.get(), n);
+    const uint32_t runs = FLASH_CountRuns(flags.get(), n);
     const uint32_t shift = SectorShift(fp);
     char list[512] = "";
     uint32_t index = 0, first = 0, last = 0;
-    while (FLASHOPS_NextRun(flags.get(), n, &index, &first, &last)) {
-      FLASHOPS_AppendRange(list, sizeof list, SectorFirst(first, shift), SectorLast(last, shift));
+    while (FLASH_NextRun(flags.get(), n, &index, &first, &last)) {
+      FLASH_AppendRange(list, sizeof list, SectorFirst(first, shift), SectorLast(last, shift));
     }
     Info("%d of %d sectors selected, %d range%s%s", (int)selected, (int)n, (int)runs, Plural(runs), list);
     EraseFlagged(fp, flags.get(), n);
@@ -674,7 +673,7 @@ MemImage* FLASH_ReadChip(void) {
     const uint64_t size = FLASHPARAMS_ChipSize(fp);
     const uint32_t ranges = size ? 1 : 0;
     char list[512] = "";
-    if (size) FLASHOPS_AppendRange(list, sizeof list, 0, (uint32_t)(size - 1));
+    if (size) FLASH_AppendRange(list, sizeof list, 0, (uint32_t)(size - 1));
     Info("%d sector%s, %d range%s%s", (int)sectors, Plural(sectors), (int)ranges, Plural(ranges), list);
     if (!size) return;
     Info("Range %d/%d, 0x%X - 0x%X", 1, 1, 0u, (uint32_t)(size - 1));

@@ -1,5 +1,5 @@
 // SPI flash command layer.
-#include "flash/spicmd.h"
+#include "flash/spi.h"
 
 #include <algorithm>
 #include <array>
@@ -9,7 +9,6 @@
 
 #include "app/log.h"
 #include "dataimage/memimage.h"
-#include "flash/connect.h"
 #include "probe/tarlo_abi.h"
 #include "project/project.h"
 #include "sys/sys.h"

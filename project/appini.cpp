@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "project/appini.h"
 #include "project/settings.h"
 #include "project/settings_internal.h"
 #include "sys/sys.h"

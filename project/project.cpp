@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "app/log.h"
+#include "project/appini.h"
 #include "project/settings.h"
 #include "project/settings_internal.h"
 #include "sys/sys.h"

@@ -2,9 +2,6 @@
 // keys looked up by scanning it and changed by splicing lines into it.
 // One store per process. A null or empty section names the lines before the
 // first header. Results: 0 success, -1 failure unless stated.
-//
-// Beside it, the small application settings store (APPINI_*), which keeps
-// program-wide values such as the path of the current project.
 #pragma once
 #include <cstdint>
 
@@ -43,17 +40,3 @@ void SETTINGS_SetByteArray(const char* section, const char* key, const uint8_t* 
 void SETTINGS_SetDecByteArray(const char* section, const char* key, const uint8_t* bytes, int count);
 void SETTINGS_SetIndexSet(const char* section, const char* key, const uint8_t* flags, int numFlags);
 void SETTINGS_DeleteKey(const char* section, const char* key);
-
-// ---- Application settings store ----
-// Sets the file (a change of name makes the next access read it anew) and the
-// function that reports its errors (none: errors are not reported).
-void APPINI_SetFile(const char* fileName, void (*errorOut)(const char* text));
-// Raw value text up to the line end; 0 or -1.
-int  APPINI_GetRaw(const char* section, const char* key, char* buffer, int size);
-int  APPINI_GetString(const char* section, const char* key, char* buffer, int size);
-int  APPINI_GetU32(const char* section, const char* key, uint32_t* value);   // "0x" form only
-int  APPINI_GetDec(const char* section, const char* key, int32_t* value);    // 0..2147483647
-// Writes replace the key's line and save the whole file; 0 or -1.
-int  APPINI_SetString(const char* section, const char* key, const char* value);
-int  APPINI_SetHex8(const char* section, const char* key, uint32_t value);
-int  APPINI_SetDec(const char* section, const char* key, int32_t value);

@@ -40,6 +40,7 @@
 #include "app/cmdline.h"
 #include "app/log.h"
 #include "flash/flash.h"
+#include "flash/spi.h"
 #include "project/project.h"
 #include "sys/sys.h"
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "app/log.h"
-#include "flash/connect.h"
+#include "flash/spi.h"
 #include "flash/flash.h"
 #include "tests/unit/flashdb_fakes.h"
 

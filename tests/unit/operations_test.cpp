@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "dataimage/memimage.h"
-#include "flash/operations.h"
+#include "flash/flash.h"
 
 namespace {
 
@@ -26,9 +26,9 @@ struct Image {
 std::vector<Span> Runs(const std::vector<uint8_t>& flags) {
   std::vector<Span> runs;
   uint32_t index = 0, first = 0, last = 0;
-  while (FLASHOPS_NextRun(flags.data(), (uint32_t)flags.size(), &index, &first, &last))
+  while (FLASH_NextRun(flags.data(), (uint32_t)flags.size(), &index, &first, &last))
     runs.push_back({first, last});
-  EXPECT_EQ(runs.size(), FLASHOPS_CountRuns(flags.data(), (uint32_t)flags.size()));
+  EXPECT_EQ(runs.size(), FLASH_CountRuns(flags.data(), (uint32_t)flags.size()));
   return runs;
 }
 
@@ -37,7 +37,7 @@ TEST(FlashOps, MarksEverySectorARangeTouchesOnce) {
   // sectors 2-4 partially, one filling sector 7 exactly, two ranges in sector 9.
   Image image({{0x0FFF, 1}, {0x2800, 0x2000}, {0x7000, 0x1000}, {0x9000, 0x10}, {0x9F00, 0x10}});
   std::vector<uint8_t> flags(16, 0xEE);
-  EXPECT_EQ(FLASHOPS_MarkSectors(image.p, 12, flags.data(), 16), 6u);
+  EXPECT_EQ(FLASH_MarkSectors(image.p, 12, flags.data(), 16), 6u);
   EXPECT_EQ(flags, (std::vector<uint8_t>{1, 0, 1, 1, 1, 0, 0, 1, 0, 1, 0, 0, 0, 0, 0, 0}));
   EXPECT_EQ(Runs(flags), (std::vector<Span>{{0, 0}, {2, 4}, {7, 7}, {9, 9}}));
 }
@@ -45,7 +45,7 @@ TEST(FlashOps, MarksEverySectorARangeTouchesOnce) {
 TEST(FlashOps, MarkingIgnoresDataPastTheLastSector) {
   Image image({{0x3F00, 0x200}});
   std::vector<uint8_t> flags(4, 0);
-  EXPECT_EQ(FLASHOPS_MarkSectors(image.p, 12, flags.data(), 4), 1u);
+  EXPECT_EQ(FLASH_MarkSectors(image.p, 12, flags.data(), 4), 1u);
   EXPECT_EQ(flags, (std::vector<uint8_t>{0, 0, 0, 1}));
 }
 
@@ -62,7 +62,7 @@ TEST(FlashOps, MarkingWorksForSectorsAsLargeAsTheAddressSpace) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.shift);
     std::vector<uint8_t> flags(c.numSectors, 0xEE);
-    EXPECT_EQ(FLASHOPS_MarkSectors(image.p, c.shift, flags.data(), c.numSectors), 1u);
+    EXPECT_EQ(FLASH_MarkSectors(image.p, c.shift, flags.data(), c.numSectors), 1u);
     EXPECT_EQ(flags, c.expected);
   }
 }
@@ -86,7 +86,7 @@ TEST(FlashOps, FitCheckNamesTheFirstRangeOutsideTheChip) {
   for (const Case& c : cases) {
     Image image(c.ranges);
     uint32_t first = 0, last = 0;
-    EXPECT_EQ(FLASHOPS_CheckFit(image.p, c.chip, &first, &last), c.result);
+    EXPECT_EQ(FLASH_CheckFit(image.p, c.chip, &first, &last), c.result);
     if (c.result == 1) {
       EXPECT_EQ(first, c.first);
       EXPECT_EQ(last, c.last);
@@ -96,11 +96,11 @@ TEST(FlashOps, FitCheckNamesTheFirstRangeOutsideTheChip) {
 
 TEST(FlashOps, RangeListGrowsItemByItemAndStaysBounded) {
   char list[64] = "";
-  FLASHOPS_AppendRange(list, sizeof list, 0, 0xFFF);
-  FLASHOPS_AppendRange(list, sizeof list, 0x8000, 0x9FFF);
+  FLASH_AppendRange(list, sizeof list, 0, 0xFFF);
+  FLASH_AppendRange(list, sizeof list, 0x8000, 0x9FFF);
   EXPECT_STREQ(list, ", 0x0 - 0xFFF, 0x8000 - 0x9FFF");
   char small[12] = "";
-  FLASHOPS_AppendRange(small, sizeof small, 0x10000000, 0x1FFFFFFF);
+  FLASH_AppendRange(small, sizeof small, 0x10000000, 0x1FFFFFFF);
   EXPECT_EQ(std::string(small), ", 0x1000000");
 }
 

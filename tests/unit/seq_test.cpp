@@ -14,6 +14,7 @@
 
 #include "app/log.h"
 #include "flash/flash.h"
+#include "flash/spi.h"
 #include "flash/seq/seq.h"
 #include "project/seqstep.h"
 #include "project/project.h"

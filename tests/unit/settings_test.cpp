@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "project/appini.h"
 #include "project/settings.h"
 #include "project/settings_internal.h"
 #include "tests/e2e/run_program.h"

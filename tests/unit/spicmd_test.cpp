@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "flash/spicmd.h"
+#include "flash/spi.h"
 
 namespace {
 

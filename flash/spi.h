@@ -1,13 +1,39 @@
-// SPI flash command layer: frames commands from the project's opcodes, reads
-// and tests the status register, removes write protection, erases sectors or
-// the chip, programs pages in batches through the probe library's batch
-// function, and reads ranges back.
+// The SPI_ interface: the connection to the probe (selection, open, SPI
+// interface, speed, target power, reset, init/exit sequences, chip
+// detection) and the SPI flash command layer below the flash operations
+// (command framing from the project's opcodes, status polling, write
+// protection, erase, batched page programming, read-back).
 #pragma once
 #include <cstdint>
 #include "project/flashparams.h"
 
 struct MemImage;
 
+// Connection selection (command-line override or project).
+struct ConnectionChoice {
+  uint8_t  mode;            // 0 USB by index, 1 USB by serial number, 2 TCP/IP
+  char     hostName[128];
+  uint32_t serialOrIndex;
+};
+
+// ---- Connection ----
+void SPI_SetConnectionOverride(const ConnectionChoice* choice);  // null clears it
+void SPI_SetTarloLogPath(const char* path);                      // null: none
+void SPI_SetTargetPower(uint32_t enabled, uint32_t delayMs);
+int  SPI_Connect(void);          // 0 connected, 1 failure
+void SPI_Disconnect(void);
+int  SPI_OpenProbe(void);        // 0, -1, -256, -259, -261
+void SPI_CloseProbe(void);
+int  SPI_DetectFlash(void);
+void SPI_OnExit(void);
+int  SPI_IsConnected(void);
+
+// Time-outs in milliseconds, set at the start of every connect: status
+// polling after a sector erase, and after a chip erase.
+uint32_t SPI_GetSectorEraseTimeout(void);
+uint32_t SPI_GetChipEraseTimeout(void);
+
+// ---- SPI flash command layer ----
 constexpr uint32_t SPI_READ_CHUNK = 0x20000;      // bytes per read transaction
 constexpr uint32_t SPI_MAX_BATCH_PAGES = 32;
 constexpr uint32_t SPI_MAX_BATCH_BYTES = 8192;
