@@ -8,7 +8,7 @@
 #include "app/log.h"
 #include "flash/flash.h"
 #include "flash/flashdb.h"
-#include "flash/seq/seq.h"
+#include "project/seq.h"
 #include "probe/tarlo_abi.h"
 #include "project/project.h"
 #include "sys/sys.h"

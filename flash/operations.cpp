@@ -11,7 +11,7 @@
 
 #include "app/log.h"
 #include "dataimage/memimage.h"
-#include "flash/seq/seq.h"
+#include "project/seq.h"
 #include "flash/spi.h"
 #include "probe/tarlo_abi.h"
 #include "project/project.h"

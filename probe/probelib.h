@@ -7,4 +7,3 @@
 int   PROBELIB_Load(int exitOnFailure);   // 0 open, 1 not opened
 int   PROBELIB_TryLoad(void);             // 0 / -1
 void* PROBELIB_GetFunc(const char* name);
-void* SYS_OpenLibEdit(void);

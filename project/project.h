@@ -4,7 +4,7 @@
 #pragma once
 #include <cstdint>
 #include "project/flashparams.h"
-#include "project/seqstep.h"
+#include "project/seq.h"
 
 struct ProjectGeneral {
   char     CurrentFile[512];

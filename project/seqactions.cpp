@@ -1,6 +1,6 @@
 // The fixed table of sequence actions: names as the project file and the log
 // show them, short names, and the limits of each action's two parameters.
-#include "project/seqstep.h"
+#include "project/seq.h"
 #include "util/util.h"
 
 namespace {

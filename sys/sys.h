@@ -82,6 +82,8 @@ int  SYS_CreateDirRecursive(const char* path);
 int  SYS_GetConfigDir(char* result, int size);
 void SYS_GetModulePath(char* result, int size);
 void SYS_GetModuleDir(char* result, int size);
+// Handle of the line-editing library "libedit.so.0" (lazy binding), or null.
+void* SYS_OpenLibEdit(void);
 
 // ---- Console ----
 // Writes bytes to standard output unbuffered (whole buffer, retrying partial

@@ -565,3 +565,33 @@ void SYS_FreeGuarded(void* p) {
     std::free(HeaderOf(p));
   }
 }
+
+// Beside the program first (its ThirdParty folder), then the install
+// directory, then the loader's own search.
+void* SYS_OpenLibEdit(void) {
+  constexpr const char* kEditName = "libedit.so.0";
+  char exe[4096];
+  ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
+  if (n < 1) {
+    return nullptr;
+  }
+  exe[n] = '\0';
+  char* slash = std::strrchr(exe, '/');
+  char path[4096 + 64];
+  if (slash != nullptr) {
+    slash[1] = '\0';
+    UTIL_snprintf(path, sizeof path, "%sThirdParty/%s", exe, kEditName);
+  } else {
+    UTIL_snprintf(path, sizeof path, "ThirdParty/%s", kEditName);
+  }
+  void* h = dlopen(path, RTLD_LAZY);
+  if (h == nullptr) {
+    // The doubled directory is where the installer puts it.
+    UTIL_snprintf(path, sizeof path, "/opt/Valmik/Tarlo/ThirdParty/ThirdParty/%s", kEditName);
+    h = dlopen(path, RTLD_LAZY);
+  }
+  if (h == nullptr) {
+    h = dlopen(kEditName, RTLD_LAZY);
+  }
+  return h;
+}

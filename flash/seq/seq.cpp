@@ -1,13 +1,12 @@
 // Interpreter of the init and exit sequences: a list of steps from the
 // project, a 16-byte variable buffer shared by all runs, and branches.
-#include "flash/seq/seq.h"
+#include "project/seq.h"
 
 #include <algorithm>
 #include <cstring>
 #include <span>
 
 #include "app/log.h"
-#include "project/seqstep.h"
 #include "probe/tarlo_abi.h"
 #include "project/project.h"
 #include "sys/sys.h"

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "project/seqstep.h"
+#include "project/seq.h"
 #include "probe/tarlo_abi.h"
 #include "util/util.h"
 

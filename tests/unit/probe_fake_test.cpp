@@ -7,6 +7,7 @@
 #include <string>
 
 #include "probe/probelib.h"
+#include "sys/sys.h"
 
 namespace {
 

@@ -15,8 +15,7 @@
 #include "app/log.h"
 #include "flash/flash.h"
 #include "flash/spi.h"
-#include "flash/seq/seq.h"
-#include "project/seqstep.h"
+#include "project/seq.h"
 #include "project/project.h"
 #include "tests/unit/flashdb_fakes.h"
 

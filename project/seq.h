@@ -1,4 +1,10 @@
-// One step of an init or exit sequence, and the fixed table of 13 actions.
+// The SEQ_ interface: one step of an init or exit sequence, the fixed table
+// of 13 actions, and the interpreter that carries the steps out.
+//
+// The records and the action table are what the project stores and loads,
+// so they sit with the project. The interpreter (SEQ_ExecuteStep, SEQ_Run,
+// SEQ_GetVarBuffer) drives the probe and is defined in flash/seq/seq.cpp;
+// only the flash layer and above may call it.
 #pragma once
 #include <cstdint>
 
@@ -39,3 +45,18 @@ struct SeqAction {
 const SeqAction* SEQ_GetAction(uint32_t index);
 // Index 0..12 whose display name equals the text (case-insensitive), else -1.
 int SEQ_FindAction(const char* displayName);
+
+// ---- Interpreter (flash/seq/seq.cpp) ----
+constexpr int SEQ_INIT = 0;
+constexpr int SEQ_EXIT = 1;
+constexpr int SEQ_VAR_BUFFER_SIZE = 16;
+
+// Executes step *stepIndex of the sequence and sets *stepIndex to the next
+// step (index + 1, or a branch target). Returns null on success, else the
+// error text (a process-wide buffer, valid until the next step).
+const char* SEQ_ExecuteStep(int sequence, uint32_t* stepIndex);
+// Runs all steps: 0 when all ran, 1 on an error or an abort request.
+int SEQ_Run(int sequence);
+
+// The 16-byte variable buffer (for tests and diagnostics).
+uint8_t* SEQ_GetVarBuffer(void);
