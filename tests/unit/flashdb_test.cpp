@@ -163,3 +163,27 @@ TEST(ReadId, ContinuationCodesAreDropped) {
 }
 
 }  // namespace
+
+// The table is data typed in by hand: every row must be internally
+// consistent, or detection hands the operations a geometry no chip has.
+TEST(ChipTable, EveryRowIsConsistent) {
+  const int n = FLASHDB_GetNumEntries();
+  EXPECT_EQ(n, 163);
+  for (int i = 0; i < n; ++i) {
+    SCOPED_TRACE("row " + std::to_string(i));
+    const FlashChipEntry& e = FLASHDB_ChipTable[i];
+    ASSERT_NE(e.Manufacturer, nullptr);
+    ASSERT_NE(e.Part, nullptr);
+    EXPECT_NE(e.Manufacturer[0], '\0');
+    EXPECT_NE(e.Part[0], '\0');
+    bool knownSet = false;
+    for (const auto& set : FLASHDB_CommandSets) knownSet = knownSet || e.Commands == set;
+    EXPECT_TRUE(knownSet);
+    EXPECT_LT(FLASHDB_Entry4ByteType(e), 4u);
+    EXPECT_LE(FLASHDB_EntrySizeShift(e), 31u);  // fits the 32-bit address space
+    EXPECT_LE(FLASHDB_EntrySectorSizeShift(e), FLASHDB_EntrySizeShift(e));
+    EXPECT_LE(FLASHDB_EntryPageSizeShift(e), FLASHDB_EntrySectorSizeShift(e));
+    EXPECT_EQ(e.Id >> 31, 0u);  // no flag bits above the page-size field
+  }
+  EXPECT_EQ(FLASHDB_ChipTable[n].Manufacturer, nullptr);
+}
