@@ -54,12 +54,6 @@ struct Walk {
 constexpr bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 constexpr bool IsAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-constexpr int HexValue(char c) {
-  if (IsDigit(c)) return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 const char* SkipSpace(const char* c) {
   while (IsSpace(*c)) c++;
@@ -432,7 +426,7 @@ uint32_t ParseUsbNumber(const char* c) {
   c = SkipSpace(c);
   uint32_t value = 0;
   if (c[0] == '0' && (c[1] == 'x' || c[1] == 'X')) {
-    for (c += 2; HexValue(*c) >= 0; c++) value = value * 16 + static_cast<uint32_t>(HexValue(*c));
+    for (c += 2; UTIL_HexDigitValue(*c) >= 0; c++) value = value * 16 + static_cast<uint32_t>(UTIL_HexDigitValue(*c));
   } else {
     for (; IsDigit(*c); c++) value = value * 10 + static_cast<uint32_t>(*c - '0');
   }
@@ -597,8 +591,8 @@ uint32_t CMDLINE_GetNumber(const char** cursor, char* errorText) {
   // Only a lower-case "0x" starts a hexadecimal number.
   if (c[0] == '0' && c[1] == 'x') {
     c += 2;
-    if (HexValue(*c) < 0) complaint = "Expected a hexadecimal digit (0-9, A-F) after hex specified \"0x\"";
-    for (; HexValue(*c) >= 0; c++) value = value * 16 + static_cast<uint32_t>(HexValue(*c));
+    if (UTIL_HexDigitValue(*c) < 0) complaint = "Expected a hexadecimal digit (0-9, A-F) after hex specified \"0x\"";
+    for (; UTIL_HexDigitValue(*c) >= 0; c++) value = value * 16 + static_cast<uint32_t>(UTIL_HexDigitValue(*c));
   } else {
     if (!IsDigit(*c)) complaint = "Expected an decimal digit (0-9)";
     for (; IsDigit(*c); c++) value = value * 10 + static_cast<uint32_t>(*c - '0');

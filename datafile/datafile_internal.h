@@ -14,14 +14,12 @@ namespace datafile {
 
 constexpr char kHexDigits[] = "0123456789ABCDEF";
 
-// 0..15 for hexadecimal digits (either case), 255 for every other byte.
+// UTIL_HexDigitValue as a table for the readers' inner loops; 255 for non-digits.
 constexpr std::array<uint8_t, 256> kHexValue = [] {
   std::array<uint8_t, 256> t{};
-  for (auto& v : t) v = 255;
-  for (int i = 0; i < 10; i++) t['0' + i] = static_cast<uint8_t>(i);
-  for (int i = 0; i < 6; i++) {
-    t['A' + i] = static_cast<uint8_t>(10 + i);
-    t['a' + i] = static_cast<uint8_t>(10 + i);
+  for (int c = 0; c < 256; c++) {
+    const int d = UTIL_HexDigitValue(static_cast<char>(c));
+    t[static_cast<size_t>(c)] = d < 0 ? 255 : static_cast<uint8_t>(d);
   }
   return t;
 }();

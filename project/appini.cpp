@@ -270,13 +270,7 @@ int APPINI_GetU32(const char* section, const char* key, uint32_t* value) {
   p += 2;
   uint32_t v = 0;
   int digits = 0;
-  for (;; ++p, ++digits) {
-    const char c = a.text[p];
-    int d = -1;
-    if (c >= '0' && c <= '9') d = c - '0';
-    else if (c >= 'a' && c <= 'f') d = c - 'a' + 10;
-    else if (c >= 'A' && c <= 'F') d = c - 'A' + 10;
-    if (d < 0) break;
+  for (int d; (d = UTIL_HexDigitValue(a.text[p])) >= 0; ++p, ++digits) {
     v = (v << 4) | static_cast<uint32_t>(d);
   }
   if (digits == 0) {

@@ -318,7 +318,7 @@ struct Parser {
     if (At() == '0' && pos + 1 < g.length && g.text[pos + 1] == 'x') {
       pos += 2;
       uint64_t v = 0;
-      for (int d; (d = HexDigit(At())) >= 0; ++pos) v = (v << 4) | static_cast<uint64_t>(d);
+      for (int d; (d = UTIL_HexDigitValue(At())) >= 0; ++pos) v = (v << 4) | static_cast<uint64_t>(d);
       value = static_cast<int64_t>(v);
     } else {
       bool negative = false;
@@ -398,12 +398,6 @@ struct Parser {
   }
 
   static bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-  static int HexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-  }
   // Decimal digits, saturated far beyond any accepted range.
   int64_t Digits() {
     int64_t v = 0;

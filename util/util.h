@@ -22,6 +22,13 @@ int  UTIL_memcmp(const void* a, const void* b, int count);
 int  UTIL_FindFirstByteNot(const void* data, uint8_t value, int count);
 uint64_t UTIL_AbsDiff(uint64_t a, uint64_t b);
 int  UTIL_ParseU32(const char* text, uint32_t* result);
+// Value 0..15 of a hexadecimal digit in either case; -1 for any other character.
+constexpr int UTIL_HexDigitValue(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
 void UTIL_StoreU32LE(uint8_t* bytes, uint32_t value);
 void UTIL_StoreU32(uint8_t* bytes, uint32_t value, int bigEndian);
 // Returns null on success (token copied, cursor advanced) or a complaint text.

@@ -128,18 +128,8 @@ int UTIL_ParseU32(const char* text, uint32_t* result) {
   if (text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
     const char* p = text + 2;
     int numDigits = 0;
-    for (;; ++p, ++numDigits) {
-      unsigned d;
-      if (*p >= '0' && *p <= '9') {
-        d = static_cast<unsigned>(*p - '0');
-      } else if (*p >= 'a' && *p <= 'f') {
-        d = static_cast<unsigned>(*p - 'a' + 10);
-      } else if (*p >= 'A' && *p <= 'F') {
-        d = static_cast<unsigned>(*p - 'A' + 10);
-      } else {
-        break;
-      }
-      v = (v << 4) | d;
+    for (int d; (d = UTIL_HexDigitValue(*p)) >= 0; ++p, ++numDigits) {
+      v = (v << 4) | static_cast<uint32_t>(d);
     }
     if (numDigits == 0) {
       return -1;
