@@ -4,6 +4,21 @@
 #pragma once
 #include <cstdint>
 
+// Opcodes the program sends itself, whatever the chip's command set says.
+constexpr uint8_t FLASHPARAMS_OP_READ_JEDEC_ID = 0x9F;  // detection, and the default CmdReadID
+constexpr uint8_t FLASHPARAMS_OP_GLOBAL_UNLOCK = 0x98;  // class 9, before the status write
+// Chip erase of the page-based family (class 10): four bytes in one transaction.
+constexpr uint8_t FLASHPARAMS_PAGE_BASED_CHIP_ERASE[4] = {0xC7, 0x94, 0x80, 0x9A};
+
+// FlashType: 2 marks a memory that is written without erasing.
+constexpr uint32_t FLASHPARAMS_TYPE_FLASH = 1;
+constexpr uint32_t FLASHPARAMS_TYPE_NO_ERASE = 2;
+
+// ChipClass values with behaviour of their own (the others only pick the
+// unprotect mask).
+constexpr uint8_t FLASHPARAMS_CLASS_GLOBAL_UNLOCK = 9;
+constexpr uint8_t FLASHPARAMS_CLASS_PAGE_BASED = 10;
+
 struct FlashParams {
   uint8_t  CmdWriteEnable;
   uint8_t  CmdWriteDisable;

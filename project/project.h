@@ -6,12 +6,20 @@
 #include "project/flashparams.h"
 #include "project/seq.h"
 
+// ConnectMode, also the mode of a connection choice.
+constexpr uint8_t PROJECT_CONNECT_USB_INDEX = 0;
+constexpr uint8_t PROJECT_CONNECT_USB_SERIAL = 1;
+constexpr uint8_t PROJECT_CONNECT_TCPIP = 2;
+
+// EraseType 3: erase the whole chip rather than the affected sectors.
+constexpr uint8_t PROJECT_ERASE_TYPE_CHIP = 3;
+
 struct ProjectGeneral {
   char     CurrentFile[512];
   char     HostName[128];
   uint32_t DataFileSAddr;
   uint32_t USBSerialNo;
-  uint8_t  ConnectMode;   // 0 USB by index, 1 USB by serial number, 2 TCP/IP
+  uint8_t  ConnectMode;   // PROJECT_CONNECT_*
   uint8_t  USBPort;
   uint8_t  GUIMode;
 };
