@@ -11,6 +11,7 @@
 #include <new>
 
 #include "app/app.h"
+#include "app/cmdline_lex.h"
 #include "app/log.h"
 #include "datafile/datafile.h"
 #include "dataimage/memimage.h"
@@ -22,21 +23,21 @@
 
 namespace {
 
+using cmdline::IsDigit;
+using cmdline::SkipSpace;
+
 constexpr int kPathSize = 512;
-constexpr int kErrorSize = 256;
+constexpr int kErrorSize = CMDLINE_ERROR_SIZE;
 constexpr int kExtSize = 256;
 
 // ---- Program-wide state set by the options ----
 char dataFilePath[kPathSize];   // -open / -saveas; -save writes here
 char projectPath[kPathSize];    // -openprj
 char extension[kExtSize];       // of the path just taken
-bool StringError = false;
 char* PellamLogPath = nullptr;
 bool PellamLogEnabled = false;
 char* TarloLogPath = nullptr;
 bool TarloLogEnabled = false;
-ConnectionChoice ConnectionOverride;
-bool ConnectionOverrideSet = false;
 
 // One walk over the arguments.
 struct Walk {
@@ -50,15 +51,6 @@ struct Walk {
   const char* TakeNext() { return argv[++argIndex]; }
   bool Failed() const { return parseError[0] != '\0'; }
 };
-
-constexpr bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
-constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-constexpr bool IsAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-
-const char* SkipSpace(const char* c) {
-  while (IsSpace(*c)) c++;
-  return c;
-}
 
 // The extension with its dot, as the data file dispatch sees it: a name
 // that starts with its only dot (".bin", "dir/.pellam") has none, so the
@@ -87,16 +79,23 @@ const char* TakeValue(Walk& w, const char* arg, size_t nameLength) {
   return w.HasNext() ? w.TakeNext() : nullptr;
 }
 
+// Reads a number at *c. False after reporting the parser's complaint
+// followed by where it was found ("<complaint> <where>.").
+bool ReadNumber(Walk& w, const char** c, uint32_t* value, const char* where) {
+  *value = CMDLINE_GetNumber(c, w.parseError);
+  if (!w.Failed()) return true;
+  LOG_Error("%s %s.\n", w.parseError, where);
+  return false;
+}
+
 // The separate-argument range form: two numbers separated by white space or
-// a single '-'. False with the complaint in parseError.
-bool ParseSeparateRange(Walk& w, const char* text, uint32_t* start, uint32_t* end) {
+// a single '-'. False after reporting as ReadNumber does.
+bool ReadSeparateRange(Walk& w, const char* text, uint32_t* start, uint32_t* end, const char* where) {
   const char* c = text;
-  *start = CMDLINE_GetNumber(&c, w.parseError);
-  if (w.Failed()) return false;
+  if (!ReadNumber(w, &c, start, where)) return false;
   c = SkipSpace(c);
   if (*c == '-') c++;
-  *end = CMDLINE_GetNumber(&c, w.parseError);
-  return !w.Failed();
+  return ReadNumber(w, &c, end, where);
 }
 
 // A save covers the whole current image unless a range is given.
@@ -115,11 +114,8 @@ char* CopyText(const char* text) {
   return copy;
 }
 
-void SetOverride(const ConnectionChoice& choice) {
-  ConnectionOverride = choice;
-  ConnectionOverrideSet = true;
-  SPI_SetConnectionOverride(&ConnectionOverride);
-}
+// The connection layer keeps the override; it is set, never read, here.
+void SetOverride(const ConnectionChoice& choice) { SPI_SetConnectionOverride(&choice); }
 
 // ---- Options; each returns 0, or -1 after reporting a syntax error ----
 
@@ -158,15 +154,7 @@ int OptOpen(Walk& w, const char* arg, size_t n) {
       LOG_Error("Missing command line parameter after data file path.\n");
       return -1;
     }
-    base = CMDLINE_GetNumber(&text, w.parseError);
-    if (w.Failed() && glued) {
-      LOG_Error("%s after ',' for option \"-open\".\n", w.parseError);
-      return -1;
-    }
-    if (w.Failed()) {
-      LOG_Error("%s after option \"-open\".\n", w.parseError);
-      return -1;
-    }
+    if (!ReadNumber(w, &text, &base, glued ? "after ',' for option \"-open\"" : "after option \"-open\"")) return -1;
   }
   DATAFILE_Open(dataFilePath, static_cast<int32_t>(base));
   return 0;
@@ -190,27 +178,16 @@ int OptSaveAs(Walk& w, const char* arg, size_t n) {
       return -1;
     }
     c++;
-    start = CMDLINE_GetNumber(&c, w.parseError);
-    if (w.Failed()) {
-      LOG_Error("%s as SADDR for option \"-saveas\".\n", w.parseError);
-      return -1;
-    }
+    if (!ReadNumber(w, &c, &start, "as SADDR for option \"-saveas\"")) return -1;
     c = SkipSpace(c);
     if (*c != ',') {
       LOG_Error("Missing second ',' after SADDR.\n");
       return -1;
     }
     c++;
-    end = CMDLINE_GetNumber(&c, w.parseError);
-    if (w.Failed()) {
-      LOG_Error("%s as EADDR for option \"-saveas\".\n", w.parseError);
-      return -1;
-    }
+    if (!ReadNumber(w, &c, &end, "as EADDR for option \"-saveas\"")) return -1;
   } else if (form == 1 && (ExtensionIs(".bin") || ExtensionIs(".c")) && NextIsRange(w)) {
-    if (!ParseSeparateRange(w, w.TakeNext(), &start, &end)) {
-      LOG_Error("%s after option \"-saveas\".\n", w.parseError);
-      return -1;
-    }
+    if (!ReadSeparateRange(w, w.TakeNext(), &start, &end, "after option \"-saveas\"")) return -1;
   }
   DATAFILE_Save(APP_GetCurrentImage(), dataFilePath, static_cast<int32_t>(start),
                 static_cast<int32_t>(end));
@@ -229,29 +206,18 @@ int OptSave(Walk& w, const char* arg, size_t n) {
     if (arg[n] != '\0') {
       const char* c = SkipSpace(arg + n);
       if (*c != '\0') {
-        start = CMDLINE_GetNumber(&c, w.parseError);
-        if (w.Failed()) {
-          LOG_Error("%s after option \"-save\".\n", w.parseError);
-          return -1;
-        }
+        if (!ReadNumber(w, &c, &start, "after option \"-save\"")) return -1;
         c = SkipSpace(c);
         if (*c != ',') {
           LOG_Error("Unknown symbol after first address.\n");
           return -1;
         }
         c++;
-        end = CMDLINE_GetNumber(&c, w.parseError);
-        if (w.Failed()) {
-          LOG_Error("%s after ',' for option \"-save\".\n", w.parseError);
-          return -1;
-        }
+        if (!ReadNumber(w, &c, &end, "after ',' for option \"-save\"")) return -1;
       }
     } else if (NextIsRange(w)) {
       uint32_t s, e;
-      if (!ParseSeparateRange(w, w.argv[w.argIndex + 1], &s, &e)) {
-        LOG_Error("%s after option \"-save\".\n", w.parseError);
-        return -1;
-      }
+      if (!ReadSeparateRange(w, w.argv[w.argIndex + 1], &s, &e, "after option \"-save\"")) return -1;
       w.argIndex++;
       start = s;
       end = e;
@@ -345,17 +311,10 @@ int OptReadRange(Walk& w, const char* arg, size_t n) {
       LOG_Error("Missing command line parameter after option \"-readrange\".\n");
       return -1;
     }
-    if (!ParseSeparateRange(w, w.TakeNext(), &start, &end)) {
-      LOG_Error("%s after option \"-readrange\".\n", w.parseError);
-      return -1;
-    }
+    if (!ReadSeparateRange(w, w.TakeNext(), &start, &end, "after option \"-readrange\"")) return -1;
   } else {
     const char* c = arg + n;
-    start = CMDLINE_GetNumber(&c, w.parseError);
-    if (w.Failed()) {
-      LOG_Error("%s after option \"-readrange\".\n", w.parseError);
-      return -1;
-    }
+    if (!ReadNumber(w, &c, &start, "after option \"-readrange\"")) return -1;
     c = SkipSpace(c);
     if (*c != ',') {
       LOG_Error("Missing ',' after first address.\n");
@@ -366,11 +325,7 @@ int OptReadRange(Walk& w, const char* arg, size_t n) {
       LOG_Error("Missing end address after ','.\n");
       return -1;
     }
-    end = CMDLINE_GetNumber(&c, w.parseError);
-    if (w.Failed()) {
-      LOG_Error("%s as second address parameter after option \"-readrange\".\n", w.parseError);
-      return -1;
-    }
+    if (!ReadNumber(w, &c, &end, "as second address parameter after option \"-readrange\"")) return -1;
   }
   // Even a failed read replaces the image: afterwards there is none.
   APP_SetCurrentImage(FLASH_ReadRange(start, end));
@@ -390,19 +345,15 @@ int OptSelect(Walk& w, const char*, size_t) {
   const char* c = w.TakeNext();
   ConnectionChoice choice = {};
   if (CMDLINE_IsKeyword(&c, "USB")) {
-    choice.mode = 1;
+    choice.mode = PROJECT_CONNECT_USB_SERIAL;
     c = SkipSpace(c);
     if (*c == '=') c++;
     c = SkipSpace(c);
     if (*c != '\0') {
-      choice.serialOrIndex = CMDLINE_GetNumber(&c, w.parseError);
-      if (w.Failed()) {
-        LOG_Error("%s after option \"-select USB=\".\n", w.parseError);
-        return -1;
-      }
+      if (!ReadNumber(w, &c, &choice.serialOrIndex, "after option \"-select USB=\"")) return -1;
     }
   } else if (CMDLINE_IsKeyword(&c, "IP")) {
-    choice.mode = 2;
+    choice.mode = PROJECT_CONNECT_TCPIP;
     c = SkipSpace(c);
     if (*c == '=') {
       c = SkipSpace(c + 1);
@@ -437,14 +388,14 @@ int OptUsb(Walk&, const char* arg, size_t n) {
   ConnectionChoice choice = {};
   choice.serialOrIndex = ParseUsbNumber(arg + n);
   // Small numbers are probe indices, larger ones serial numbers.
-  choice.mode = choice.serialOrIndex <= 3 ? 0 : 1;
+  choice.mode = choice.serialOrIndex <= 3 ? PROJECT_CONNECT_USB_INDEX : PROJECT_CONNECT_USB_SERIAL;
   SetOverride(choice);
   return 0;
 }
 
 int OptIp(Walk&, const char* arg, size_t n) {
   ConnectionChoice choice = {};
-  choice.mode = 2;
+  choice.mode = PROJECT_CONNECT_TCPIP;
   UTIL_strcpy(choice.hostName, SkipSpace(arg + n), sizeof choice.hostName);
   SetOverride(choice);
   return 0;
@@ -464,11 +415,8 @@ int OptSpeed(Walk& w, const char* arg, size_t n) {
     LOG_Error("Missing command line parameter after option \"-speed\".\n");
     return -1;
   }
-  const uint32_t speed = CMDLINE_GetNumber(&c, w.parseError);
-  if (w.Failed()) {
-    LOG_Error("%s after option \"-speed\".\n", w.parseError);
-    return -1;
-  }
+  uint32_t speed;
+  if (!ReadNumber(w, &c, &speed, "after option \"-speed\"")) return -1;
   block->Speed0 = speed;
   PROJECT_SetSequences(block.get());
   return 0;
@@ -480,11 +428,8 @@ int OptVerbose(Walk& w, const char* arg, size_t n) {
     LOG_Error("Missing command line parameter after option \"-verbose\".\n");
     return -1;
   }
-  const uint32_t level = CMDLINE_GetNumber(&c, w.parseError);
-  if (w.Failed()) {
-    LOG_Error("%s after option \"-verbose\".\n", w.parseError);
-    return -1;
-  }
+  uint32_t level;
+  if (!ReadNumber(w, &c, &level, "after option \"-verbose\"")) return -1;
   LOG_SetVerbosity(static_cast<int32_t>(level < 9 ? level : 9));
   return 0;
 }
@@ -543,79 +488,6 @@ const Option* FindOption(const char* arg) {
 
 }  // namespace
 
-int CMDLINE_GetString(const char** cursor, char* buffer, int bufferSize) {
-  if (buffer == nullptr || bufferSize <= 0) return 0;
-  const char* c = SkipSpace(*cursor);
-  bool quoted = false;
-  if (*c == '"') {
-    quoted = true;
-    c++;
-  }
-  // The limit is counted from both ends, so only half the buffer is usable.
-  int count = 1;
-  int budget = bufferSize - 1;
-  int length = 0;
-  for (;;) {
-    const char ch = *c;
-    if (ch == '\0' || ch == '\r' || ch == '\n' || (ch == ',' && !quoted)) break;
-    if (ch == '"') {
-      c++;
-      break;
-    }
-    if (count > budget) {
-      buffer[length] = '\0';
-      *cursor = c;
-      LOG_Message("CMDLINE_GetString: String to long");
-      StringError = true;
-      return -1;
-    }
-    buffer[length++] = ch;
-    c++;
-    count++;
-    budget--;
-  }
-  buffer[length] = '\0';
-  *cursor = SkipSpace(c);
-  if (length == 0) {
-    LOG_Message("CMDLINE_GetString:  Missing string");
-    StringError = true;
-    return -1;
-  }
-  return 0;
-}
-
-uint32_t CMDLINE_GetNumber(const char** cursor, char* errorText) {
-  const char* c = SkipSpace(*cursor);
-  uint32_t value = 0;
-  const char* complaint = nullptr;
-  // Only a lower-case "0x" starts a hexadecimal number.
-  if (c[0] == '0' && c[1] == 'x') {
-    c += 2;
-    if (UTIL_HexDigitValue(*c) < 0) complaint = "Expected a hexadecimal digit (0-9, A-F) after hex specified \"0x\"";
-    for (; UTIL_HexDigitValue(*c) >= 0; c++) value = value * 16 + static_cast<uint32_t>(UTIL_HexDigitValue(*c));
-  } else {
-    if (!IsDigit(*c)) complaint = "Expected an decimal digit (0-9)";
-    for (; IsDigit(*c); c++) value = value * 10 + static_cast<uint32_t>(*c - '0');
-  }
-  *cursor = c;
-  if (complaint != nullptr) {
-    if (errorText != nullptr) UTIL_strcpy(errorText, complaint, kErrorSize);
-    return 0;
-  }
-  return value;
-}
-
-int CMDLINE_IsKeyword(const char** cursor, const char* keyword) {
-  const char* c = SkipSpace(*cursor);
-  *cursor = c;
-  const int length = static_cast<int>(std::strlen(keyword));
-  if (UTIL_strnicmp(c, keyword, length) != 0) return 0;
-  const char next = c[length];
-  if (IsAlpha(next) || IsDigit(next) || next == '_') return 0;
-  *cursor = c + length;
-  return 1;
-}
-
 void CMDLINE_PrintHelp(void) {
   LOG_Printf("Available commands:\n");
   LOG_Printf(" -open<fname>[<saddr>]               Open data file\n");
@@ -641,8 +513,6 @@ void CMDLINE_PrintHelp(void) {
   LOG_Printf(" -help                               Show list of commands\n");
   LOG_Printf(" -?                                  Show list of commands\n");
 }
-
-int CMDLINE_HadStringError(void) { return StringError ? 1 : 0; }
 
 int CMDLINE_Execute(int argc, char** argv) {
   if (argc < 2) {
