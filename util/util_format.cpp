@@ -88,6 +88,78 @@ int ReadCount(const char*& p) {
   return v;
 }
 
+// One conversion: "%[width][.precision][l...]conv".
+struct Conversion {
+  int width = 0;
+  int precision = 0;
+  bool wide = false;  // "ll" or more: the argument is 64-bit
+  char conv = '\0';
+};
+
+// Reads the conversion after a '%'. False when the format ends inside it.
+bool ReadConversion(const char*& p, Conversion& c) {
+  c.width = ReadCount(p);
+  if (*p == '.') {
+    ++p;
+    c.precision = ReadCount(p);
+  }
+  int numL = 0;
+  while (*p == 'l') {
+    ++numL;
+    ++p;
+  }
+  c.wide = numL >= 2;
+  c.conv = *p;
+  if (c.conv == '\0') {
+    return false;
+  }
+  ++p;
+  return true;
+}
+
+// Takes the conversion's argument from args and writes it.
+void PutConversion(Out& out, const Conversion& c, va_list* args) {
+  switch (c.conv) {
+    case 'd':
+    case 'i': {
+      int64_t v = c.wide ? va_arg(*args, long long) : va_arg(*args, int);
+      uint64_t mag = static_cast<uint64_t>(v);
+      if (v < 0) {
+        // The sign stands outside the width: "-" first, then the padding.
+        out.Put('-');
+        mag = 0 - mag;
+      }
+      PutNumber(out, mag, 10, false, c.width, c.precision);
+      break;
+    }
+    case 'u':
+    case 'x':
+    case 'X': {
+      uint64_t v = c.wide ? va_arg(*args, unsigned long long) : va_arg(*args, unsigned int);
+      unsigned base = c.conv == 'u' ? 10u : 16u;
+      PutNumber(out, v, base, c.conv == 'X', c.width, c.precision);
+      break;
+    }
+    case 'c':
+      out.Put(static_cast<char>(va_arg(*args, int)));
+      break;
+    case 's': {
+      const char* s = va_arg(*args, const char*);
+      out.Puts(s != nullptr ? s : "(null)");
+      break;
+    }
+    case 'p': {
+      const void* ptr = va_arg(*args, const void*);
+      uint32_t low = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(ptr));
+      PutNumber(out, low, 16, false, 8, 0);
+      break;
+    }
+    default:
+      // Unknown conversions are consumed and write nothing.
+      break;
+  }
+}
+
 }  // namespace
 
 char* UTIL_vsnprintf(char* buffer, int size, const char* format, va_list args) {
@@ -95,10 +167,10 @@ char* UTIL_vsnprintf(char* buffer, int size, const char* format, va_list args) {
     return nullptr;
   }
   Out out{buffer, size, 0};
-  if (format == nullptr) {
-    format = "";
-  }
-  const char* p = format;
+  // A copy the helpers can advance through a pointer on every ABI.
+  va_list ap;
+  va_copy(ap, args);
+  const char* p = format != nullptr ? format : "";
   while (*p != '\0') {
     if (*p != '%') {
       // Literal text up to the next conversion goes in as one run.
@@ -115,63 +187,13 @@ char* UTIL_vsnprintf(char* buffer, int size, const char* format, va_list args) {
       ++p;
       continue;
     }
-    int width = ReadCount(p);
-    int precision = 0;
-    if (*p == '.') {
-      ++p;
-      precision = ReadCount(p);
-    }
-    int numL = 0;
-    while (*p == 'l') {
-      ++numL;
-      ++p;
-    }
-    const bool wide = numL >= 2;
-    char conv = *p;
-    if (conv == '\0') {
+    Conversion c;
+    if (!ReadConversion(p, c)) {
       break;
     }
-    ++p;
-    switch (conv) {
-      case 'd':
-      case 'i': {
-        int64_t v = wide ? va_arg(args, long long) : va_arg(args, int);
-        uint64_t mag = static_cast<uint64_t>(v);
-        if (v < 0) {
-          // The sign stands outside the width: "-" first, then the padding.
-          out.Put('-');
-          mag = 0 - mag;
-        }
-        PutNumber(out, mag, 10, false, width, precision);
-        break;
-      }
-      case 'u':
-      case 'x':
-      case 'X': {
-        uint64_t v = wide ? va_arg(args, unsigned long long) : va_arg(args, unsigned int);
-        unsigned base = conv == 'u' ? 10u : 16u;
-        PutNumber(out, v, base, conv == 'X', width, precision);
-        break;
-      }
-      case 'c':
-        out.Put(static_cast<char>(va_arg(args, int)));
-        break;
-      case 's': {
-        const char* s = va_arg(args, const char*);
-        out.Puts(s != nullptr ? s : "(null)");
-        break;
-      }
-      case 'p': {
-        const void* ptr = va_arg(args, const void*);
-        uint32_t low = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(ptr));
-        PutNumber(out, low, 16, false, 8, 0);
-        break;
-      }
-      default:
-        // Unknown conversions are consumed and write nothing.
-        break;
-    }
+    PutConversion(out, c, &ap);
   }
+  va_end(ap);
   if (size > 0) {
     buffer[out.len] = '\0';
   }
