@@ -30,6 +30,36 @@ bool TryOpen(const char* path) {
   return g_handle != nullptr;
 }
 
+// The library beside the running executable: 0 when it opened, 1 when the
+// executable's path cannot be read (reported), -1 when not found there.
+int TryExecutableDir() {
+  char dir[512];
+  char path[512];
+  dir[0] = '\0';
+  ssize_t n = readlink("/proc/self/exe", dir, sizeof dir);
+  if (n < 0) {
+    char msg[512];
+    UTIL_snprintf(msg, sizeof msg, "Could not get application path (%s).\n", std::strerror(errno));
+    Print(msg);
+    return 1;  // also with exitOnFailure: the caller gets the failure back
+  }
+  // readlink does not terminate; a path that fills the buffer is cut by one.
+  dir[n < static_cast<ssize_t>(sizeof dir) ? n : static_cast<ssize_t>(sizeof dir) - 1] = '\0';
+  if (dir[0] != '\0') {
+    for (int i = UTIL_strlen(dir) - 1; i > 0; --i) {
+      if (dir[i] == '/' || dir[i] == '\\') {
+        dir[i + 1] = '\0';
+        break;
+      }
+    }
+    UTIL_snprintf(path, sizeof path, "%s%s", dir, kLibName);
+    if (TryOpen(path)) {
+      return 0;
+    }
+  }
+  return -1;
+}
+
 }  // namespace
 
 int PROBELIB_Load(int exitOnFailure) {
@@ -54,27 +84,9 @@ int PROBELIB_Load(int exitOnFailure) {
   }
 
   // 2. The directory of the running executable.
-  dir[0] = '\0';
-  ssize_t n = readlink("/proc/self/exe", dir, sizeof dir);
-  if (n < 0) {
-    char msg[512];
-    UTIL_snprintf(msg, sizeof msg, "Could not get application path (%s).\n", std::strerror(errno));
-    Print(msg);
-    return 1;  // also with exitOnFailure: the caller gets the failure back
-  }
-  // readlink does not terminate; a path that fills the buffer is cut by one.
-  dir[n < static_cast<ssize_t>(sizeof dir) ? n : static_cast<ssize_t>(sizeof dir) - 1] = '\0';
-  if (dir[0] != '\0') {
-    for (int i = UTIL_strlen(dir) - 1; i > 0; --i) {
-      if (dir[i] == '/' || dir[i] == '\\') {
-        dir[i + 1] = '\0';
-        break;
-      }
-    }
-    UTIL_snprintf(path, sizeof path, "%s%s", dir, kLibName);
-    if (TryOpen(path)) {
-      return 0;
-    }
+  const int fromExe = TryExecutableDir();
+  if (fromExe >= 0) {
+    return fromExe;
   }
 
   // 3. The install directory, then its versioned file.

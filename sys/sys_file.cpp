@@ -107,6 +107,32 @@ void PutPart(char* out, int size, std::string_view part) {
 
 int g_dirDepth = 0;  // shared by the recursion of SYS_CreateDirRecursive
 
+int CreateDirImpl(const char* path);
+
+// A link in the path: the directory it points to must exist, made if need be.
+int CreateDirThroughLink(const char* cur) {
+  char target[513];
+  ssize_t n = readlink(cur, target, 512);
+  if (n <= 0) {
+    return -1;
+  }
+  target[n] = '\0';
+  if (target[0] == '/') {
+    return CreateDirImpl(target);
+  }
+  // A relative target counts from the link's own directory.
+  char dir[1024];
+  char full[1024];
+  int slash = LastSlash(cur);
+  if (slash < 0) {
+    dir[0] = '\0';
+  } else {
+    PutPart(dir, sizeof dir, std::string_view(cur, static_cast<size_t>(slash == 0 ? 1 : slash)));
+  }
+  SYS_MakePath(full, sizeof full, dir, target);
+  return CreateDirImpl(full);
+}
+
 int CreateDirImpl(const char* path) {
   if (g_dirDepth >= kMaxDirDepth) {
     return -1;
@@ -132,26 +158,7 @@ int CreateDirImpl(const char* path) {
       return 0;
     }
     if (S_ISLNK(st.st_mode)) {
-      char target[513];
-      ssize_t n = readlink(cur, target, 512);
-      if (n <= 0) {
-        return -1;
-      }
-      target[n] = '\0';
-      if (target[0] == '/') {
-        return CreateDirImpl(target);
-      }
-      // A relative target counts from the link's own directory.
-      char dir[1024];
-      char full[1024];
-      int slash = LastSlash(cur);
-      if (slash < 0) {
-        dir[0] = '\0';
-      } else {
-        PutPart(dir, sizeof dir, std::string_view(cur, static_cast<size_t>(slash == 0 ? 1 : slash)));
-      }
-      SYS_MakePath(full, sizeof full, dir, target);
-      return CreateDirImpl(full);
+      return CreateDirThroughLink(cur);
     }
     return -1;
   }
