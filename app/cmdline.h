@@ -23,6 +23,3 @@ uint32_t CMDLINE_GetNumber(const char** cursor, char* errorText);
 int CMDLINE_IsKeyword(const char** cursor, const char* keyword);
 
 void CMDLINE_PrintHelp(void);
-
-// Set when CMDLINE_GetString failed since the program started.
-int CMDLINE_HadStringError(void);

@@ -13,7 +13,6 @@ namespace {
 using cmdline::IsAlpha;
 using cmdline::IsDigit;
 using cmdline::SkipSpace;
-bool StringError = false;
 }  // namespace
 
 int CMDLINE_GetString(const char** cursor, char* buffer, int bufferSize) {
@@ -39,7 +38,6 @@ int CMDLINE_GetString(const char** cursor, char* buffer, int bufferSize) {
       buffer[length] = '\0';
       *cursor = c;
       LOG_Message("CMDLINE_GetString: String to long");
-      StringError = true;
       return -1;
     }
     buffer[length++] = ch;
@@ -51,7 +49,6 @@ int CMDLINE_GetString(const char** cursor, char* buffer, int bufferSize) {
   *cursor = SkipSpace(c);
   if (length == 0) {
     LOG_Message("CMDLINE_GetString:  Missing string");
-    StringError = true;
     return -1;
   }
   return 0;
@@ -88,5 +85,3 @@ int CMDLINE_IsKeyword(const char** cursor, const char* keyword) {
   *cursor = c + length;
   return 1;
 }
-
-int CMDLINE_HadStringError(void) { return StringError ? 1 : 0; }

@@ -44,7 +44,6 @@ void SYS_GetLocalTime(SYS_DATETIME* t);
 // ---- Init, exit hook, debug trace ----
 void SYS_Init(int closeHandles);
 void SYS_Exit(void);
-int  SYS_GetDebugLevel(void);
 // Trace at a level: produced only when the debug level is above `level`
 // (errors use level 0, entry/exit traces level 1). The sink discards text.
 void SYS_Trace(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));

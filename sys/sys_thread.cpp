@@ -91,8 +91,6 @@ uint64_t MonotonicUs() {
 
 // ---------------------------------------------------------------- trace
 
-int SYS_GetDebugLevel(void) { return g_debugLevel; }
-
 void SYS_Trace(int level, const char* format, ...) {
   if (g_debugLevel <= level) {
     return;

@@ -87,6 +87,55 @@ TEST(SysTime, TickCountStartsAtZeroAndAdvances) {
   EXPECT_LE(SYS_GetTickCountAbs() - a, 1000u);
 }
 
+// The thread, calendar and module-path services: nothing in the program
+// calls them, but the layer offers them and they must work.
+TEST(SysThread, CreateRunsTheRoutineAndReportsItsId) {
+  static std::atomic<uint64_t> seenId{0};
+  uint64_t id = 0;
+  const uint64_t result = SYS_CreateThread(
+      [](void*) -> void* {
+        seenId = SYS_GetCurrentThreadId();
+        return nullptr;
+      },
+      nullptr, &id);
+  EXPECT_NE(result, 0u);
+  EXPECT_EQ(result, id);
+  for (int i = 0; i < 500 && seenId == 0; ++i) SYS_Sleep(2);
+  EXPECT_EQ(seenId.load(), id);
+  EXPECT_NE(SYS_GetCurrentThreadId(), id);
+  EXPECT_GE(SYS_GetNumProcessors(), 1);
+
+  // A thread that waits until cancelled.
+  uint64_t sleeper = SYS_CreateThread(
+      [](void*) -> void* {
+        for (;;) SYS_Sleep(1000);
+      },
+      nullptr, nullptr);
+  ASSERT_NE(sleeper, 0u);
+  EXPECT_EQ(SYS_CancelThread(sleeper), 0);
+}
+
+TEST(SysTime, CalendarAndModulePath) {
+  SYS_DATETIME utc{}, local{};
+  SYS_GetUTCTime(&utc);
+  SYS_GetLocalTime(&local);
+  SYS_GetUTCTime(nullptr);  // tolerated
+  SYS_GetLocalTime(nullptr);
+  EXPECT_GE(utc.year, 2024);
+  EXPECT_GE(utc.month, 1);
+  EXPECT_LE(utc.month, 12);
+  EXPECT_LE(utc.hour, 23);
+  EXPECT_LE(utc.milliseconds, 999);
+  EXPECT_LE(local.minute, 59);
+
+  char path[512], dir[512];
+  SYS_GetModulePath(path, sizeof path);
+  SYS_GetModuleDir(dir, sizeof dir);
+  ASSERT_NE(path[0], '\0');
+  EXPECT_TRUE(fs::exists(path)) << path;
+  EXPECT_EQ(std::string(path).rfind(dir, 0), 0u) << path << " / " << dir;
+}
+
 // ---------------------------------------------------------------- mutexes
 
 TEST(SysMutex, RecursiveAndTimedAcrossThreads) {

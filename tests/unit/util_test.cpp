@@ -2,6 +2,8 @@
 // goes through, so its cases are spelled out against exact expected text.
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -293,6 +295,35 @@ TEST(UtilPrint, Durations) {
     UTIL_PrintDuration(buf, sizeof buf, c.us);
     EXPECT_STREQ(buf, c.expected) << c.us;
   }
+}
+
+// Helpers the layer provides for its users though the program itself
+// prints none of these: addresses, operating-system names, stored words.
+TEST(UtilPrint, AddressesAndNames) {
+  char buf[32];
+  const uint8_t mac[6] = {0x00, 0x22, 0xC7, 0x0A, 0xBC, 0xFF};
+  UTIL_PrintHWAddr(buf, sizeof buf, mac, ':');
+  EXPECT_STREQ(buf, "00:22:C7:0A:BC:FF");
+  UTIL_PrintHWAddr(buf, 6, mac, '-');
+  EXPECT_STREQ(buf, "00-22");
+  UTIL_PrintIPv4(buf, sizeof buf, 0xC0A80114);
+  EXPECT_STREQ(buf, "192.168.1.20");
+  UTIL_PrintIPv4(buf, sizeof buf, 0xFFFFFFFF);
+  EXPECT_STREQ(buf, "255.255.255.255");
+
+  const struct {
+    uint32_t code;
+    const char* name;
+  } names[] = {{0x1000, "Windows"}, {0x1008, "Windows 10"}, {0x2000, "Linux"},
+               {0x3000, "macOS"},   {0x1009, "Unknown"},    {0, "Unknown"}};
+  for (const auto& n : names) EXPECT_STREQ(UTIL_GetOSName(n.code), n.name) << n.code;
+
+  uint8_t b[4];
+  UTIL_StoreU32(b, 0x11223344, 1);
+  EXPECT_EQ((std::vector<uint8_t>(b, b + 4)), (std::vector<uint8_t>{0x11, 0x22, 0x33, 0x44}));
+  UTIL_StoreU32(b, 0x11223344, 0);
+  EXPECT_EQ((std::vector<uint8_t>(b, b + 4)), (std::vector<uint8_t>{0x44, 0x33, 0x22, 0x11}));
+  UTIL_StoreU32(nullptr, 1, 1);  // tolerated
 }
 
 TEST(UtilPrint, FloatFromBits) {
