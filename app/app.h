@@ -15,5 +15,10 @@ extern int32_t LastBinBaseAddress;
 extern int32_t LastSaveStart;
 extern int32_t LastSaveEnd;
 
+// Start-up: the Ctrl-C handler and progress display, the banner with the
+// probe-library version (loading the library; a missing library ends the
+// process), the library's error handler, the hooks lower layers call, and
+// the default project "Default.pellam". Returns 0.
 int  APP_Init(void);
+// Shutdown: disconnect, close the project, free the current image.
 void APP_Exit(void);

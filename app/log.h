@@ -3,21 +3,46 @@
 #pragma once
 #include <cstdint>
 
-// Unconditional printers (bare line feeds).
+// Unconditional printers, whatever the verbosity, with bare line feeds.
+// LOG_Error and LOG_Warning write "ERROR: " / "WARNING: " and the formatted
+// text, adding a line feed when it has none; LOG_Printf writes the text as it
+// is. Each is one write of at most 4095 characters. A format of 2048
+// characters or more is dropped without a trace. None of them counts as an
+// error of the operation log: only LOG_ReportError decides the exit status.
 void LOG_Error(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void LOG_Warning(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void LOG_Printf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// Operation log (CR LF line ends, indentation, depth test by verbosity).
+// Operation log: lines end in CR LF and are indented two spaces a level
+// ("- " marks the line). Whether a line shows depends on the verbosity and
+// the depth (verbosity 0 shows none of them, 9 and above all of them).
+
+// Shows text when the depth test passes, then opens a level. Opening the top
+// level starts a new operation: its error text and count are cleared and its
+// clock starts.
 void LOG_BeginOp(const char* text);
+// Shows text (unless empty, or an error was reported) and closes a level. A
+// top-level operation that reported errors closes by disconnecting the
+// probe (the hook below) and leaves the error count at exactly 1.
 void LOG_EndOp(const char* text);
+// The result line without closing a level; at the top level with no error it
+// is followed by "Completed after S.mmm seconds.". Nothing after an error.
 void LOG_EndOpTimed(const char* text);
+// Closes a level without a line.
 void LOG_Pop(void);
-void LOG_ReportError(const char* text);     // also the probe library's error handler
+// "ERROR: " + text (one trailing line feed dropped) when the depth test
+// passes; always appended to the operation's error text (4096 bytes, lines
+// joined by line feeds) and counted. Also the probe library's error handler.
+void LOG_ReportError(const char* text);
+// "WARNING: " + text, always shown; not counted.
 void LOG_ReportWarning(const char* text);
+// Information lines: LOG_Info by the depth test of LOG_BeginOp, LOG_InfoDetail
+// by a test one level deeper, LOG_OutLine always.
 void LOG_Info(const char* text);
 void LOG_InfoDetail(const char* text);
 void LOG_OutLine(const char* text);
+// Starts a line (or continues the one started) without ending it; the next
+// line shown, or LOG_EndLine, ends it.
 void LOG_OutPart(const char* text);
 void LOG_EndLine(void);
 // The verbosity-gated message path (shown as an indented line when the
@@ -25,12 +50,12 @@ void LOG_EndLine(void);
 // the line end). The banner lines and command-line parser messages use it.
 void LOG_Message(const char* text);
 
-// State.
+// State. The verbosity starts at 3.
 void     LOG_SetVerbosity(int32_t verbosity);
 int32_t  LOG_GetVerbosity(void);
-uint32_t LOG_GetDepth(void);
-uint32_t LOG_GetErrorCount(void);           // the program's error flag
-const char* LOG_GetErrorText(void);
+uint32_t LOG_GetDepth(void);                // levels open now
+uint32_t LOG_GetErrorCount(void);           // the program's error flag: non-zero exits 1
+const char* LOG_GetErrorText(void);         // the errors of the current or last operation
 int  LOG_HasError(void);                    // an error was reported in the current top-level op
 
 // Abort request (raised by Ctrl-C); long loops such as sequences poll it.
@@ -65,5 +90,8 @@ struct LOG_PROGRESS_DISPLAY {
 void LOG_SetProgressDisplay(const LOG_PROGRESS_DISPLAY* display);
 // Starts a phase of `total` bytes or sectors. It lasts until the operation
 // that was open when it began closes, or until the next phase begins.
+// Outside any operation nothing is started.
 void LOG_ProgressBegin(const char* phase, uint64_t total, int unit);
+// Reports `amount` more done in the running phase; ignored while a log line
+// is half written (the display would overdraw it) or no phase runs.
 void LOG_ProgressAdvance(uint64_t amount);

@@ -4,6 +4,16 @@
 #pragma once
 #include "probe/tarlo_abi.h"
 
-int   PROBELIB_Load(int exitOnFailure);   // 0 open, 1 not opened
-int   PROBELIB_TryLoad(void);             // 0 / -1
+// Opens the library once: beside this module, beside the executable, then
+// the install directory (plain name, then ".5"). 0 when open (also when it
+// already was); 1 when not found, after printing why. With exitOnFailure
+// set, not finding it prints "Could not open Tarlo shared library. Exiting
+// now." and ends the process with status 1.
+int   PROBELIB_Load(int exitOnFailure);
+// PROBELIB_Load without exiting: 0 open, -1 not.
+int   PROBELIB_TryLoad(void);
+// The library's function of that name, loading the library first (a missing
+// library ends the process as above). Null, after printing "Function not
+// found: NAME (reason).", when the library lacks it. Every wrapper resolves
+// its function once and keeps it.
 void* PROBELIB_GetFunc(const char* name);
