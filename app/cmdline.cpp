@@ -264,43 +264,18 @@ int OptTarloLog(Walk& w, const char* arg, size_t n) {
   return 0;
 }
 
-int OptConnect(Walk&, const char*, size_t) {
-  SPI_Connect();
+// Options without a parameter that start one action; how it went is the
+// operation log's business, not the walk's.
+template <auto Action>
+int Run(Walk&, const char*, size_t) {
+  Action();
   return 0;
 }
 
-int OptDisconnect(Walk&, const char*, size_t) {
-  SPI_Disconnect();
-  return 0;
-}
-
-int OptEraseSectors(Walk&, const char*, size_t) {
-  FLASH_EraseSelectedSectors();
-  return 0;
-}
-
-int OptEraseChip(Walk&, const char*, size_t) {
-  FLASH_EraseChip();
-  return 0;
-}
-
-int OptProgram(Walk&, const char*, size_t) {
-  FLASH_Program(APP_GetCurrentImage());
-  return 0;
-}
-
-int OptProgramVerify(Walk&, const char*, size_t) {
-  FLASH_ProgramVerify(APP_GetCurrentImage());
-  return 0;
-}
-
-int OptAuto(Walk&, const char*, size_t) {
-  FLASH_Auto(APP_GetCurrentImage());
-  return 0;
-}
-
-int OptVerify(Walk&, const char*, size_t) {
-  FLASH_Verify(APP_GetCurrentImage());
+// The same for actions on the current data image.
+template <int (*Action)(MemImage*)>
+int RunOnImage(Walk&, const char*, size_t) {
+  Action(APP_GetCurrentImage());
   return 0;
 }
 
@@ -455,14 +430,14 @@ constexpr Option kOptions[] = {
     {"-save", Match::Prefix, OptSave},
     {"-pellamlog", Match::Prefix, OptPellamLog},
     {"-tarlolog", Match::Prefix, OptTarloLog},
-    {"-connect", Match::Whole, OptConnect},
-    {"-disconnect", Match::Whole, OptDisconnect},
-    {"-erasesectors", Match::Whole, OptEraseSectors},
-    {"-erasechip", Match::Whole, OptEraseChip},
-    {"-program", Match::Whole, OptProgram},
-    {"-programverify", Match::Whole, OptProgramVerify},
-    {"-auto", Match::Whole, OptAuto},
-    {"-verify", Match::Whole, OptVerify},
+    {"-connect", Match::Whole, Run<SPI_Connect>},
+    {"-disconnect", Match::Whole, Run<SPI_Disconnect>},
+    {"-erasesectors", Match::Whole, Run<FLASH_EraseSelectedSectors>},
+    {"-erasechip", Match::Whole, Run<FLASH_EraseChip>},
+    {"-program", Match::Whole, RunOnImage<FLASH_Program>},
+    {"-programverify", Match::Whole, RunOnImage<FLASH_ProgramVerify>},
+    {"-auto", Match::Whole, RunOnImage<FLASH_Auto>},
+    {"-verify", Match::Whole, RunOnImage<FLASH_Verify>},
     {"-readrange", Match::Prefix, OptReadRange},
     {"-readchip", Match::Whole, OptReadChip},
     {"-select", Match::Whole, OptSelect},

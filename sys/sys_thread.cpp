@@ -87,6 +87,21 @@ uint64_t MonotonicUs() {
   return static_cast<uint64_t>(ts.tv_sec) * 1000000u + static_cast<uint64_t>(ts.tv_nsec / 1000);
 }
 
+// A clock that reads 0 at its first call and the time since then after.
+template <typename T>
+struct SinceFirstCall {
+  bool started = false;
+  T base = 0;
+  T Read(T now) {
+    if (!started) {
+      base = now;
+      started = true;
+      return 0;
+    }
+    return now - base;
+  }
+};
+
 }  // namespace
 
 // ---------------------------------------------------------------- trace
@@ -402,29 +417,15 @@ void SYS_Sleep(uint32_t ms) {
 }
 
 uint32_t SYS_GetTickCount(void) {
-  static bool s_haveBase = false;
-  static uint32_t s_base = 0;
-  uint32_t now = MonotonicMs();
-  if (!s_haveBase) {
-    s_base = now;
-    s_haveBase = true;
-    return 0;
-  }
-  return now - s_base;
+  static SinceFirstCall<uint32_t> clock;
+  return clock.Read(MonotonicMs());
 }
 
 uint32_t SYS_GetTickCountAbs(void) { return MonotonicMs(); }
 
 uint64_t SYS_GetTimeUs(void) {
-  static bool s_haveBase = false;
-  static uint64_t s_base = 0;
-  uint64_t now = MonotonicUs();
-  if (!s_haveBase) {
-    s_base = now;
-    s_haveBase = true;
-    return 0;
-  }
-  return now - s_base;
+  static SinceFirstCall<uint64_t> clock;
+  return clock.Read(MonotonicUs());
 }
 
 uint64_t SYS_GetTimeUsRel(uint64_t offset) { return SYS_GetTimeUs() - offset; }
