@@ -61,7 +61,7 @@ ConnectionChoice ChooseConnection(bool projectOpen, const ProjectGeneral& genera
   if (!projectOpen) return c;
   c.mode = general.ConnectMode;
   UTIL_strcpy(c.hostName, general.HostName, sizeof(c.hostName));
-  c.serialOrIndex = c.mode == 1 ? general.USBSerialNo : general.USBPort;
+  c.serialOrIndex = c.mode == PROJECT_CONNECT_USB_SERIAL ? general.USBSerialNo : general.USBPort;
   return c;
 }
 
@@ -127,10 +127,10 @@ int SPI_OpenProbe(void) {
   const ConnectionChoice choice = ChooseConnection(projectOpen, general);
   char text[512];
   if (LOG_GetDepth() != 0) {
-    if (choice.mode == 1) {
+    if (choice.mode == PROJECT_CONNECT_USB_SERIAL) {
       UTIL_snprintf(text, sizeof(text), "Connecting via USB to Tarlo with SN %d",
                     static_cast<int>(choice.serialOrIndex));
-    } else if (choice.mode == 2) {
+    } else if (choice.mode == PROJECT_CONNECT_TCPIP) {
       UTIL_snprintf(text, sizeof(text), "Connecting via TCP/IP to %s", choice.hostName);
     } else {
       UTIL_snprintf(text, sizeof(text), "Connecting via USB to Tarlo device %d",
@@ -138,7 +138,7 @@ int SPI_OpenProbe(void) {
     }
     LOG_Info(text);
   }
-  if (choice.mode == 1) {
+  if (choice.mode == PROJECT_CONNECT_USB_SERIAL) {
     if (TARLOARM_EMU_SelectByUSBSN(choice.serialOrIndex) == -1) {
       UTIL_snprintf(text, sizeof(text),
                     "Tarlo with SN %d not found.\nCheck the project settings and your connected Tarlo.",
@@ -146,7 +146,7 @@ int SPI_OpenProbe(void) {
       LOG_ReportError(text);
       return -1;
     }
-  } else if (choice.mode == 2) {
+  } else if (choice.mode == PROJECT_CONNECT_TCPIP) {
     TARLOARM_SelectIP(choice.hostName, 0);
   } else {
     TARLOARM_SelectUSB(static_cast<int>(choice.serialOrIndex));

@@ -15,7 +15,6 @@ namespace {
 
 int CurrentIndex = -1;
 
-constexpr uint8_t kCmdJedecId = 0x9F;  // fixed: detection never uses CmdReadID
 constexpr uint8_t kContinuationCode = 0x7F;
 constexpr int kIdAnswerBytes = 13;
 
@@ -121,7 +120,7 @@ void FLASHDB_CompactId(uint8_t id[13]) {
 }
 
 void FLASHDB_ReadId(uint8_t id[13]) {
-  const uint8_t cmd = kCmdJedecId;
+  const uint8_t cmd = FLASHPARAMS_OP_READ_JEDEC_ID;  // fixed: detection never uses CmdReadID
   std::memset(id, 0, kIdAnswerBytes);
   TARLO_SPI_Transfer(&cmd, nullptr, 8, TARLO_SPI_FLAG_BEGIN);
   TARLO_SPI_Transfer(nullptr, id, kIdAnswerBytes * 8, TARLO_SPI_FLAG_END);

@@ -214,7 +214,7 @@ int CheckFit(MemImage* image) {
 
 void EraseChipWork() {
   const FlashParams fp = ProjectParams();
-  if (fp.FlashType == 2) {
+  if (fp.FlashType == FLASHPARAMS_TYPE_NO_ERASE) {
     LOG_Info("Selected memory does not support erase. Skipped.");
     return;
   }
@@ -268,7 +268,7 @@ int EraseAffectedOp(const uint8_t* flags) {
                              "Could not erase affected sectors, no data file opened."};
   return RunOp(false, "Erasing affected sectors ...", t, true, [flags] {
     const FlashParams fp = ProjectParams();
-    if (fp.FlashType == 2) {
+    if (fp.FlashType == FLASHPARAMS_TYPE_NO_ERASE) {
       LOG_Info("Selected memory does not support erase. Skipped.");
       return kWorkDone;
     }
@@ -489,7 +489,7 @@ int AutoWork(MemImage* image) {
   // Keep only the sectors whose contents change; the blank ones among them
   // need no erase. Erasing the whole chip wipes unchanged sectors as well,
   // so then every touched sector is written again.
-  const bool chipErase = production.EraseType == 3;
+  const bool chipErase = production.EraseType == PROJECT_ERASE_TYPE_CHIP;
   for (uint32_t s = 0; s < numSectors; s++) {
     if (!touched[s]) continue;
     bool same = true, blank = true;
@@ -601,7 +601,7 @@ int FLASH_EraseSelectedSectors(void) {
                              "Could not erase sectors, not connected.", nullptr};
   return RunOp(true, "Erasing selected sectors ...", t, true, [] {
     const FlashParams fp = ProjectParams();
-    if (fp.FlashType == 2) {
+    if (fp.FlashType == FLASHPARAMS_TYPE_NO_ERASE) {
       LOG_Info("Selected memory does not support erase. Skipped.");
       return kWorkDone;
     }

@@ -73,6 +73,10 @@ __attribute__((format(printf, 1, 2))) void ReportAt(const char* format, ...) {
   LOG_ReportError(text);
 }
 
+// Sector-protection disable of the page-based family: four bytes in one
+// transaction, sent instead of a status write.
+constexpr uint8_t kPageBasedUnprotect[4] = {0x3D, 0x2A, 0x7F, 0x9A};
+
 bool AllBlank(const uint8_t* p, uint32_t n) {
   return std::all_of(p, p + n, [](uint8_t b) { return b == 0xFF; });
 }
@@ -114,9 +118,8 @@ void SPI_PrepareWrite(void) {
   uint8_t status = 0;
   SPI_ReadStatus(&fp, &status);
   if (status & SPI_ProtectMask(fp.ChipClass)) {
-    if (fp.ChipClass == 10) {
-      static constexpr uint8_t kUnprotect[4] = {0x3D, 0x2A, 0x7F, 0x9A};
-      SendWhole(kUnprotect, 4);
+    if (fp.ChipClass == FLASHPARAMS_CLASS_PAGE_BASED) {
+      SendWhole(kPageBasedUnprotect, sizeof kPageBasedUnprotect);
     } else {
       SendByte(fp.CmdWriteEnable);
       const uint8_t ws[2] = {fp.CmdWriteStatus, 0x00};
@@ -127,9 +130,9 @@ void SPI_PrepareWrite(void) {
     // would silently do nothing. A failed wait shows up in that next step.
     WaitReady(fp, SPI_GetSectorEraseTimeout());
   }
-  if (fp.ChipClass == 9) {
+  if (fp.ChipClass == FLASHPARAMS_CLASS_GLOBAL_UNLOCK) {
     SendByte(fp.CmdWriteEnable);
-    SendByte(0x98);  // global block-protection unlock
+    SendByte(FLASHPARAMS_OP_GLOBAL_UNLOCK);
   }
 }
 
@@ -149,9 +152,8 @@ int SPI_EraseChip(void) {
   SPI_PrepareWrite();
   const FlashParams fp = ProjectParams();
   SendByte(fp.CmdWriteEnable);
-  if (fp.ChipClass == 10) {
-    static constexpr uint8_t kChipErase[4] = {0xC7, 0x94, 0x80, 0x9A};
-    SendWhole(kChipErase, 4);
+  if (fp.ChipClass == FLASHPARAMS_CLASS_PAGE_BASED) {
+    SendWhole(FLASHPARAMS_PAGE_BASED_CHIP_ERASE, sizeof FLASHPARAMS_PAGE_BASED_CHIP_ERASE);
   } else {
     SendByte(fp.CmdEraseBulk);
   }
@@ -161,6 +163,11 @@ int SPI_EraseChip(void) {
 }
 
 namespace {
+
+// A job that sends bytes; its result is filled in by the library.
+TARLO_SPI_JOB SendJob(const uint8_t* out, uint32_t numBits, uint32_t flags) {
+  return TARLO_SPI_JOB{TARLO_SPI_JOB_TRANSFER, 0, out, nullptr, numBits, flags, nullptr, 0, -1};
+}
 
 // One batch of page-program jobs with the per-page buffers they point into.
 struct PageBatch {
@@ -178,12 +185,11 @@ struct PageBatch {
     pageAddr[n] = address;
     const int hdrLen = SPI_BuildAddressedCommand(&fp, fp.CmdWritePage, address, headers[n].data());
     TARLO_SPI_JOB* j = &jobs[n * SPI_JOBS_PER_PAGE];
-    j[0] = TARLO_SPI_JOB{1, 0, &writeEnable, nullptr, 8, TARLO_SPI_FLAG_WHOLE, nullptr, 0, -1};
-    j[1] = TARLO_SPI_JOB{1, 0, headers[n].data(), nullptr, (uint32_t)hdrLen * 8, TARLO_SPI_FLAG_BEGIN,
-                         nullptr, 0, -1};
-    j[2] = TARLO_SPI_JOB{1, 0, data, nullptr, bytes * 8, TARLO_SPI_FLAG_END, nullptr, 0, -1};
-    j[3] = TARLO_SPI_JOB{1, 0, &readStatus, nullptr, 8, TARLO_SPI_FLAG_BEGIN, nullptr, 0, -1};
-    j[4] = TARLO_SPI_JOB{2, 0, nullptr, &status[n], 8, TARLO_SPI_FLAG_END, &poll, sizeof poll, -1};
+    j[0] = SendJob(&writeEnable, 8, TARLO_SPI_FLAG_WHOLE);
+    j[1] = SendJob(headers[n].data(), (uint32_t)hdrLen * 8, TARLO_SPI_FLAG_BEGIN);
+    j[2] = SendJob(data, bytes * 8, TARLO_SPI_FLAG_END);
+    j[3] = SendJob(&readStatus, 8, TARLO_SPI_FLAG_BEGIN);
+    j[4] = TARLO_SPI_JOB{TARLO_SPI_JOB_POLL, 0, nullptr, &status[n], 8, TARLO_SPI_FLAG_END, &poll, sizeof poll, -1};
   }
 
   // Runs the collected jobs; 0, or -1 after a reported error.
@@ -207,7 +213,7 @@ struct PageBatch {
     for (uint32_t i = 0; i < count * SPI_JOBS_PER_PAGE; i++) {
       const TARLO_SPI_JOB& j = jobs[i];
       const uint32_t at = pageAddr[i / SPI_JOBS_PER_PAGE];
-      if (j.Type == 2) {
+      if (j.Type == TARLO_SPI_JOB_POLL) {
         if (j.Result < 0) {
           ReportAt("Programming failed @ address 0x%.8X (timeout occurred)", at);
           return -1;

@@ -573,12 +573,12 @@ int Batch(TARLO_SPI_JOB* jobs, int numJobs) {
       Alive(p);
       return -1;
     }
-    if (j.Type == 1) {
+    if (j.Type == TARLO_SPI_JOB_TRANSFER) {
       DoTransfer(p, j.pOut, j.pIn, j.NumBits, j.Flags);
       j.Result = j.pOut ? static_cast<int32_t>((j.NumBits + 7) / 8) : 0;
       continue;
     }
-    if (j.Type != 2 || !j.pParam || j.ParamSize < sizeof(TARLO_SPI_POLL)) {
+    if (j.Type != TARLO_SPI_JOB_POLL || !j.pParam || j.ParamSize < sizeof(TARLO_SPI_POLL)) {
       j.Result = TARLO_ERR_UNSUPPORTED;
       EndFrame(p);
       return 0;
