@@ -1,6 +1,8 @@
 // Built-in table of SPI NOR flash chips, lookup by JEDEC ID, applying a chip
 // to the project's FlashParams, and reading the connected chip's ID.
 #pragma once
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include "project/flashparams.h"
 
@@ -30,9 +32,52 @@ inline uint32_t FLASHDB_EntrySizeShift(const FlashChipEntry& e) { return (e.Geom
 inline uint32_t FLASHDB_EntryChipClass(const FlashChipEntry& e) { return (e.Geometry >> 10) & 0x0F; }
 inline uint32_t FLASHDB_Entry4ByteType(const FlashChipEntry& e) { return (e.Geometry >> 14) & 0x07; }
 
-// The table data (flash/chiptable.cpp).
-extern const FlashChipEntry FLASHDB_ChipTable[];      // terminated by a null Manufacturer
-extern const uint8_t FLASHDB_CommandSets[5][FLASHDB_NUM_CMD_BYTES];
+// The command sets a row refers to by number (flash/flashdb.cpp).
+constexpr int FLASHDB_NUM_COMMAND_SETS = 5;
+extern const uint8_t FLASHDB_CommandSets[FLASHDB_NUM_COMMAND_SETS][FLASHDB_NUM_CMD_BYTES];
+
+// One chip as the table file writes it, field by field; FLASHDB_PackRow
+// turns it into the FlashChipEntry the lookup works on.
+struct FlashChipRow {
+  const char* Maker;       // manufacturer name as displayed
+  const char* Part;        // part name as displayed
+  uint8_t     Id[3];       // manufacturer, memory-type and capacity bytes
+  bool        IgnoreType;  // match on the manufacturer and capacity bytes only
+  uint8_t     SizeLog2;    // chip size is 2^SizeLog2 bytes
+  uint8_t     SectorLog2;  // SectorSizeShift
+  uint8_t     Addr4B;      // 4-byte address type, index into FLASHDB_4ByteTypes
+  uint8_t     Class;       // ChipClass
+  uint8_t     Set;         // index into FLASHDB_CommandSets
+};
+
+// Every chip of the table has 256-byte pages.
+constexpr uint32_t FLASHDB_PAGE_SIZE_SHIFT = 8;
+constexpr int FLASHDB_NUM_CHIPS = 163;
+
+// Packs a row into the Id and Geometry words. Evaluated at compile time for
+// the table: a command set number out of range does not compile.
+constexpr FlashChipEntry FLASHDB_PackRow(const FlashChipRow& r) {
+  const uint32_t flags = (FLASHDB_PAGE_SIZE_SHIFT << 1) | (r.IgnoreType ? 1u : 0u);
+  return FlashChipEntry{
+      .Id = r.Id[0] | (uint32_t(r.Id[1]) << 8) | (uint32_t(r.Id[2]) << 16) | (flags << 24),
+      .Geometry = r.SectorLog2 | (uint32_t(r.SizeLog2) << 5) | (uint32_t(r.Class) << 10) | (uint32_t(r.Addr4B) << 14),
+      .Commands = FLASHDB_CommandSets[r.Set],
+      .Manufacturer = r.Maker,
+      .Part = r.Part};
+}
+
+// The table: FLASHDB_NUM_CHIPS entries and the terminator (null Manufacturer).
+using FlashChipTable = std::array<FlashChipEntry, FLASHDB_NUM_CHIPS + 1>;
+// The rows packed in their order, then the terminator; the row count must be
+// FLASHDB_NUM_CHIPS or the result does not match FlashChipTable.
+template <std::size_t N>
+constexpr std::array<FlashChipEntry, N + 1> FLASHDB_PackRows(const FlashChipRow (&rows)[N]) {
+  std::array<FlashChipEntry, N + 1> table{};
+  for (std::size_t i = 0; i < N; ++i) table[i] = FLASHDB_PackRow(rows[i]);
+  return table;
+}
+extern const FlashChipTable FLASHDB_ChipTable;  // flash/chiptable.cpp
+
 // What a 4-byte address type does to FlashParams once the command set is
 // copied; a negative field leaves the value of the command set.
 struct Flash4ByteType {
