@@ -65,6 +65,87 @@ ConnectionChoice ChooseConnection(bool projectOpen, const ProjectGeneral& genera
   return c;
 }
 
+// No dialogs or firmware prompts from the library; its log goes where -tarlolog said.
+void QuietLibrary() {
+  TARLOARM_ExecCommand("SuppressEmuUSBDialog", nullptr, 0);
+  TARLOARM_ExecCommand("SupressInfoUpdateFW", nullptr, 0);  // the library's own spelling
+  TARLOARM_ExecCommand("SilentUpdateFW", nullptr, 0);
+  char logPath[512];
+  UTIL_strcpy(logPath, TarloLogPath, sizeof(logPath));
+  TARLOARM_SetLogFile(TarloLogEnabled ? logPath : nullptr);
+}
+
+// Announces the selection (inside an operation) and selects the probe:
+// 0, or -1 after reporting a serial number that was not found.
+int SelectProbe(const ConnectionChoice& choice) {
+  char text[512];
+  const int serialOrIndex = static_cast<int>(choice.serialOrIndex);
+  if (LOG_GetDepth() != 0) {
+    if (choice.mode == PROJECT_CONNECT_USB_SERIAL) {
+      UTIL_snprintf(text, sizeof(text), "Connecting via USB to Tarlo with SN %d", serialOrIndex);
+    } else if (choice.mode == PROJECT_CONNECT_TCPIP) {
+      UTIL_snprintf(text, sizeof(text), "Connecting via TCP/IP to %s", choice.hostName);
+    } else {
+      UTIL_snprintf(text, sizeof(text), "Connecting via USB to Tarlo device %d", serialOrIndex);
+    }
+    LOG_Info(text);
+  }
+  if (choice.mode == PROJECT_CONNECT_USB_SERIAL) {
+    if (TARLOARM_EMU_SelectByUSBSN(choice.serialOrIndex) == -1) {
+      UTIL_snprintf(text, sizeof(text),
+                    "Tarlo with SN %d not found.\nCheck the project settings and your connected Tarlo.",
+                    serialOrIndex);
+      LOG_ReportError(text);
+      return -1;
+    }
+  } else if (choice.mode == PROJECT_CONNECT_TCPIP) {
+    TARLOARM_SelectIP(choice.hostName, 0);
+  } else {
+    TARLOARM_SelectUSB(serialOrIndex);
+  }
+  return 0;
+}
+
+// With the probe open and a project to take the settings from: SPI interface,
+// speed, target power, reset held low. 0, or -261 (no SPI) / -259 (no target
+// power) with the probe closed again.
+int PrepareTarget() {
+  char text[256];
+  uint32_t mask = 0;
+  TARLOARM_TIF_GetAvailable(&mask);
+  if ((mask & kSpiInterfaceBit) == 0) {
+    UTIL_snprintf(text, sizeof(text), "The connected probe (S/N %d) does not support the SPI interface",
+                  TARLOARM_GetSN());
+    LOG_ReportError(text);
+    TARLOARM_Close();
+    return -261;
+  }
+  TARLOARM_TIF_Select(kSpiInterface);
+  {
+    // The speed lives in the sequence record, which is too big for the stack.
+    static ProjectSequences sequences;
+    PROJECT_GetSequences(&sequences);
+    TARLOARM_SetSpeed(sequences.Speed0);
+  }
+  if (TargetPowerEnabled) {
+    ExecPowerCommand("SupplyPower = 1");
+    SYS_Sleep(TargetPowerDelay);
+  }
+  TARLO_HW_STATUS status = {};
+  TARLOARM_GetHWStatus(&status);
+  if (status.VTarget < kMinTargetMillivolts) {
+    LOG_ReportError("Target system has no power");
+    if (TargetPowerEnabled) ExecPowerCommand("DisablePowerSupplyOnClose");
+    TARLOARM_Close();
+    if (TargetPowerEnabled) SYS_Sleep(TargetPowerDelay);
+    return -259;
+  }
+  // The target's own code must not drive the flash while the probe does.
+  TARLOARM_ClrRESET();
+  SYS_Sleep(kResetSettleMs);
+  return 0;
+}
+
 // Reads the ID the way detection does and compares it with abID.
 int VerifyId(const FlashParams& p) {
   uint8_t id[kIdAnswerBytes];
@@ -116,82 +197,16 @@ int SPI_OpenProbe(void) {
   if (ProbeExitState == 2) return -1;
   if (ProbeOpen) return 0;
 
-  TARLOARM_ExecCommand("SuppressEmuUSBDialog", nullptr, 0);
-  TARLOARM_ExecCommand("SupressInfoUpdateFW", nullptr, 0);  // the library's own spelling
-  TARLOARM_ExecCommand("SilentUpdateFW", nullptr, 0);
-
-  char logPath[512];
-  UTIL_strcpy(logPath, TarloLogPath, sizeof(logPath));
-  TARLOARM_SetLogFile(TarloLogEnabled ? logPath : nullptr);
-
-  const ConnectionChoice choice = ChooseConnection(projectOpen, general);
-  char text[512];
-  if (LOG_GetDepth() != 0) {
-    if (choice.mode == PROJECT_CONNECT_USB_SERIAL) {
-      UTIL_snprintf(text, sizeof(text), "Connecting via USB to Tarlo with SN %d",
-                    static_cast<int>(choice.serialOrIndex));
-    } else if (choice.mode == PROJECT_CONNECT_TCPIP) {
-      UTIL_snprintf(text, sizeof(text), "Connecting via TCP/IP to %s", choice.hostName);
-    } else {
-      UTIL_snprintf(text, sizeof(text), "Connecting via USB to Tarlo device %d",
-                    static_cast<int>(choice.serialOrIndex));
-    }
-    LOG_Info(text);
-  }
-  if (choice.mode == PROJECT_CONNECT_USB_SERIAL) {
-    if (TARLOARM_EMU_SelectByUSBSN(choice.serialOrIndex) == -1) {
-      UTIL_snprintf(text, sizeof(text),
-                    "Tarlo with SN %d not found.\nCheck the project settings and your connected Tarlo.",
-                    static_cast<int>(choice.serialOrIndex));
-      LOG_ReportError(text);
-      return -1;
-    }
-  } else if (choice.mode == PROJECT_CONNECT_TCPIP) {
-    TARLOARM_SelectIP(choice.hostName, 0);
-  } else {
-    TARLOARM_SelectUSB(static_cast<int>(choice.serialOrIndex));
-  }
-
+  QuietLibrary();
+  if (SelectProbe(ChooseConnection(projectOpen, general)) != 0) return -1;
   const char* openError = TARLOARM_OpenEx(nullptr, LOG_ReportError);
   if (openError != nullptr) {
     LOG_ReportError(openError);
     return -256;
   }
-
   if (projectOpen) {
-    uint32_t mask = 0;
-    TARLOARM_TIF_GetAvailable(&mask);
-    if ((mask & kSpiInterfaceBit) == 0) {
-      UTIL_snprintf(text, sizeof(text),
-                    "The connected probe (S/N %d) does not support the SPI interface",
-                    TARLOARM_GetSN());
-      LOG_ReportError(text);
-      TARLOARM_Close();
-      return -261;
-    }
-    TARLOARM_TIF_Select(kSpiInterface);
-    {
-      // The speed lives in the sequence record, which is too big for the stack.
-      static ProjectSequences sequences;
-      PROJECT_GetSequences(&sequences);
-      TARLOARM_SetSpeed(sequences.Speed0);
-    }
-    if (TargetPowerEnabled) {
-      ExecPowerCommand("SupplyPower = 1");
-      SYS_Sleep(TargetPowerDelay);
-    }
-    TARLO_HW_STATUS status = {};
-    TARLOARM_GetHWStatus(&status);
-    if (status.VTarget < kMinTargetMillivolts) {
-      LOG_ReportError("Target system has no power");
-      if (TargetPowerEnabled) ExecPowerCommand("DisablePowerSupplyOnClose");
-      TARLOARM_Close();
-      if (TargetPowerEnabled) SYS_Sleep(TargetPowerDelay);
-      return -259;
-    }
-    // The target's own code must not drive the flash while the probe does.
-    TARLOARM_ClrRESET();
-    SYS_Sleep(kResetSettleMs);
+    const int result = PrepareTarget();
+    if (result != 0) return result;
   }
   ProbeOpen = 1;
   return 0;
