@@ -260,34 +260,33 @@ void Chip::Erase(uint32_t addr, uint32_t len, bool chip) {
   dirty_ = true;
 }
 
-void Chip::Execute() {
+bool Chip::HasAddress(uint8_t op) const { return frame_.size() >= static_cast<size_t>(1 + AddrLen(op)); }
+
+// The page-based family frames its commands differently: four-byte
+// sequences for protection and chip erase, no write enable.
+void Chip::ExecutePageBased() {
+  static const uint8_t kUnprotect[] = {0x3D, 0x2A, 0x7F, 0x9A};
+  static const uint8_t kProtect[] = {0x3D, 0x2A, 0x7F, 0xA9};
+  static const uint8_t kChipErase[] = {0xC7, 0x94, 0x80, 0x9A};
   const size_t n = frame_.size();
   const uint8_t op = frame_[0];
-  const bool wel = (sr_ & 2) != 0;
-  auto needAddr = [&](int alen) { return n >= static_cast<size_t>(1 + alen); };
-
-  if (p_.family == Family::PageBased) {
-    static const uint8_t kUnprotect[] = {0x3D, 0x2A, 0x7F, 0x9A};
-    static const uint8_t kProtect[] = {0x3D, 0x2A, 0x7F, 0xA9};
-    static const uint8_t kChipErase[] = {0xC7, 0x94, 0x80, 0x9A};
-    if (n == 4 && std::memcmp(frame_.data(), kUnprotect, 4) == 0) pageProtect_ = false;
-    else if (n == 4 && std::memcmp(frame_.data(), kProtect, 4) == 0) pageProtect_ = true;
-    else if (n == 4 && std::memcmp(frame_.data(), kChipErase, 4) == 0) {
-      if (!pageProtect_) Erase(0, 0, true);
-    } else if (op == 0x02 && needAddr(3)) {
-      if (!pageProtect_) Program(AddrAt(1, 3), 4);
-    } else if ((op == 0x81 || op == 0x50 || op == 0x7C) && needAddr(3)) {
-      const uint32_t len = op == 0x81 ? 256 : op == 0x50 ? 2 * KiB : 64 * KiB;
-      if (!pageProtect_) Erase(AddrAt(1, 3), len, false);
-    }
-    return;
+  if (n == 4 && std::memcmp(frame_.data(), kUnprotect, 4) == 0) pageProtect_ = false;
+  else if (n == 4 && std::memcmp(frame_.data(), kProtect, 4) == 0) pageProtect_ = true;
+  else if (n == 4 && std::memcmp(frame_.data(), kChipErase, 4) == 0) {
+    if (!pageProtect_) Erase(0, 0, true);
+  } else if (op == 0x02 && HasAddress(op)) {
+    if (!pageProtect_) Program(AddrAt(1, 3), 4);
+  } else if ((op == 0x81 || op == 0x50 || op == 0x7C) && HasAddress(op)) {
+    const uint32_t len = op == 0x81 ? 256 : op == 0x50 ? 2 * KiB : 64 * KiB;
+    if (!pageProtect_) Erase(AddrAt(1, 3), len, false);
   }
+}
 
-  const bool fourOk = p_.fourByte || !IsFourByteOp(op);
+// Reset, status and mode registers: 99 01 50 98 B7 E9 C5.
+void Chip::ExecuteRegister(uint8_t op) {
+  const size_t n = frame_.size();
+  const bool wel = (sr_ & 2) != 0;
   switch (op) {
-    case 0x06: sr_ |= 2; return;
-    case 0x04: sr_ &= ~2; return;
-    case 0x66: resetEnabled_ = true; return;
     case 0x99:
       if (resetEnabled_) {
         fourByteMode_ = false;
@@ -322,36 +321,58 @@ void Chip::Execute() {
         sr_ &= ~2;
       }
       break;
-    case 0x02:
-    case 0x12:
-      if (!fourOk || !needAddr(AddrLen(op)) || !wel) break;
-      sr_ &= ~2;
-      if (ProtectedNow()) {
-        fsr_ |= 0x12;  // protection error, program error
-      } else if (p_.family == Family::Ferro) {
-        // Ferroelectric: bytes are written in place, no page, no erase, no wait.
-        uint32_t a = AddrAt(1, 2);
-        for (size_t i = 3; i < n; i++, a = static_cast<uint32_t>((a + 1) % mem_.size())) mem_[a] = frame_[i];
-        ApplyStuck(0, static_cast<uint32_t>(mem_.size()));
-        dirty_ = true;
-      } else {
-        Program(AddrAt(1, AddrLen(op)), 1 + AddrLen(op));
-      }
-      break;
-    case 0x20: case 0x21: case 0x52: case 0x5C: case 0xD8: case 0xDC: case 0xC7: case 0x60: {
-      if (p_.family == Family::Ferro || !fourOk || !wel) break;
-      const bool chip = op == 0xC7 || op == 0x60;
-      if (!chip && !needAddr(AddrLen(op))) break;
-      sr_ &= ~2;
-      if (ProtectedNow()) {
-        fsr_ |= 0x22;  // protection error, erase error
-        break;
-      }
-      const uint32_t len = (op == 0x20 || op == 0x21) ? 4 * KiB : (op == 0x52 || op == 0x5C) ? 32 * KiB : 64 * KiB;
-      if (p_.family == Family::GlobalUnlock && (op == 0x52 || op == 0x5C)) break;
-      Erase(chip ? 0 : AddrAt(1, AddrLen(op)), len, chip);
-      break;
-    }
+    default: break;
+  }
+}
+
+// Page program: 02, and 12 with its four address bytes.
+void Chip::ExecuteProgram(uint8_t op) {
+  const bool fourOk = p_.fourByte || !IsFourByteOp(op);
+  if (!fourOk || !HasAddress(op) || (sr_ & 2) == 0) return;
+  sr_ &= ~2;
+  if (ProtectedNow()) {
+    fsr_ |= 0x12;  // protection error, program error
+  } else if (p_.family == Family::Ferro) {
+    // Ferroelectric: bytes are written in place, no page, no erase, no wait.
+    uint32_t a = AddrAt(1, 2);
+    for (size_t i = 3; i < frame_.size(); i++, a = static_cast<uint32_t>((a + 1) % mem_.size())) mem_[a] = frame_[i];
+    ApplyStuck(0, static_cast<uint32_t>(mem_.size()));
+    dirty_ = true;
+  } else {
+    Program(AddrAt(1, AddrLen(op)), 1 + AddrLen(op));
+  }
+}
+
+// Sector, block and chip erase: 20 21 52 5C D8 DC C7 60.
+void Chip::ExecuteErase(uint8_t op) {
+  const bool fourOk = p_.fourByte || !IsFourByteOp(op);
+  if (p_.family == Family::Ferro || !fourOk || (sr_ & 2) == 0) return;
+  const bool chip = op == 0xC7 || op == 0x60;
+  if (!chip && !HasAddress(op)) return;
+  sr_ &= ~2;
+  if (ProtectedNow()) {
+    fsr_ |= 0x22;  // protection error, erase error
+    return;
+  }
+  const uint32_t len = (op == 0x20 || op == 0x21) ? 4 * KiB : (op == 0x52 || op == 0x5C) ? 32 * KiB : 64 * KiB;
+  if (p_.family == Family::GlobalUnlock && (op == 0x52 || op == 0x5C)) return;
+  Erase(chip ? 0 : AddrAt(1, AddrLen(op)), len, chip);
+}
+
+void Chip::Execute() {
+  if (p_.family == Family::PageBased) {
+    ExecutePageBased();
+    return;
+  }
+  const uint8_t op = frame_[0];
+  switch (op) {
+    // The latches: a reset-enable stays armed only up to the next command.
+    case 0x06: sr_ |= 2; return;
+    case 0x04: sr_ &= ~2; return;
+    case 0x66: resetEnabled_ = true; return;
+    case 0x99: case 0x01: case 0x50: case 0x98: case 0xB7: case 0xE9: case 0xC5: ExecuteRegister(op); break;
+    case 0x02: case 0x12: ExecuteProgram(op); break;
+    case 0x20: case 0x21: case 0x52: case 0x5C: case 0xD8: case 0xDC: case 0xC7: case 0x60: ExecuteErase(op); break;
     default: break;
   }
   resetEnabled_ = false;
