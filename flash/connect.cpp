@@ -183,8 +183,6 @@ void SPI_SetTargetPower(uint32_t enabled, uint32_t delayMs) {
   TargetPowerDelay = delayMs;
 }
 
-int SPI_IsConnected(void) { return Connected; }
-
 int SPI_OpenProbe(void) {
   const bool projectOpen = PROJECT_IsOpen() != 0;
   ProjectGeneral general = {};

@@ -60,7 +60,8 @@ constexpr FlashChipEntry FLASHDB_PackRow(const FlashChipRow& r) {
   const uint32_t flags = (FLASHDB_PAGE_SIZE_SHIFT << 1) | (r.IgnoreType ? 1u : 0u);
   return FlashChipEntry{
       .Id = r.Id[0] | (uint32_t(r.Id[1]) << 8) | (uint32_t(r.Id[2]) << 16) | (flags << 24),
-      .Geometry = r.SectorLog2 | (uint32_t(r.SizeLog2) << 5) | (uint32_t(r.Class) << 10) | (uint32_t(r.Addr4B) << 14),
+      .Geometry =
+          r.SectorLog2 | (uint32_t(r.SizeLog2) << 5) | (uint32_t(r.Class) << 10) | (uint32_t(r.Addr4B) << 14),
       .Commands = FLASHDB_CommandSets[r.Set],
       .Manufacturer = r.Maker,
       .Part = r.Part};
@@ -91,28 +92,42 @@ struct Flash4ByteType {
 };
 extern const Flash4ByteType FLASHDB_4ByteTypes[4];
 
-// Number of entries before the terminator.
+// Number of entries before the terminator (FLASHDB_NUM_CHIPS).
 int FLASHDB_GetNumEntries(void);
-// Index of the first entry matching the ID word (bytes 0-2 = the three ID
-// bytes), or -1.
+// Index of the first entry, in table order, matching the ID word (bytes 0-2
+// = manufacturer, memory type, capacity; the memory type is ignored for
+// entries that say so), or -1.
 int FLASHDB_FindById(uint32_t id);
-// Copies entry `index` to *out: 0, or -1 when out is null or index is out of range.
+// Copies entry `index` to *out: 0, or -1 (and *out untouched) when out is
+// null or index is out of range.
 int FLASHDB_GetEntry(int index, FlashChipEntry* out);
-// Applies entry `index` to the project's FlashParams and makes it the current
-// chip. A negative index clears the current chip and returns -1.
+// Applies entry `index` to the project's FlashParams (AutoDetect, FlashType
+// and abID kept) and makes it the current chip: 0. An index out of range
+// (negative: on purpose) only clears the current chip: -1.
 int FLASHDB_SelectChip(int index);
-// Applies entry `index` to *params (no project involved); 0 or -1.
+// Applies entry `index` to *params as FLASHDB_SelectChip does, without the
+// project or the current chip: 0, or -1 (nothing changed) when params is
+// null or index is out of range.
 int FLASHDB_ApplyEntry(int index, FlashParams* params);
+// Index of the chip the last FLASHDB_SelectChip applied, or -1 when none is
+// (the connect clears it before identifying the chip).
 int FLASHDB_GetCurrentIndex(void);
-// Geometry of the project's FlashParams.
+// Number of sectors of the project's FlashParams, (NumPages <<
+// PageSizeShift) >> SectorSizeShift, held at 0xFFFFFFFF instead of wrapping.
 uint32_t FLASHDB_GetNumSectors(void);
+// Start (sector << SectorSizeShift) and size (1 << SectorSizeShift) of a
+// sector of the project's FlashParams, each held at 0xFFFFFFFF instead of
+// wrapping; either output may be null.
 void FLASHDB_GetSectorInfo(uint32_t sector, uint32_t* start, uint32_t* size);
 
-// Reads the chip's ID (0x9F, 13 bytes) and drops the 0x7F continuation
-// codes: id[0..2] are the manufacturer, memory type and capacity bytes.
+// Reads the chip's ID (0x9F whatever CmdReadID holds, 13 bytes back) and
+// drops the 0x7F continuation codes: id[0..2] are the manufacturer, memory
+// type and capacity bytes. The probe must be open.
 void FLASHDB_ReadId(uint8_t id[13]);
 // In-place 0x7F compaction of a 13-byte answer (the part of FLASHDB_ReadId
-// that needs no probe).
+// that needs no probe): the other bytes move to the front in their order;
+// the bytes behind them stay as they were.
 void FLASHDB_CompactId(uint8_t id[13]);
-// "Read SPI Flash Id = 0xC2 20 18" for the first three bytes.
+// Formats the first three bytes of id as "Read SPI Flash Id = 0xC2 20 18"
+// into buffer, truncated at size less one and terminated.
 void FLASHDB_FormatId(char* buffer, int size, const uint8_t* id);

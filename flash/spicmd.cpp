@@ -28,6 +28,21 @@ void SendWhole(const uint8_t* bytes, uint32_t count) {
 
 void SendByte(uint8_t b) { SendWhole(&b, 1); }
 
+// The status register: CmdReadStatus and one byte clocked in.
+uint8_t ReadStatus(const FlashParams& fp) {
+  const uint8_t out[2] = {fp.CmdReadStatus, 0xFF};
+  uint8_t in[2] = {0xFF, 0xFF};
+  TARLO_SPI_Transfer(out, in, 16, TARLO_SPI_FLAG_WHOLE);
+  return in[1];
+}
+
+// Status bits that mean some of the array is write-protected, by chip class.
+uint8_t ProtectMask(uint8_t chipClass) {
+  static constexpr std::array<uint8_t, 11> kMask = {0x5C, 0x5C, 0x1C, 0x1C, 0x3C, 0x1C,
+                                                    0x7C, 0x1C, 0x0C, 0x10, 0x02};
+  return chipClass < kMask.size() ? kMask[chipClass] : 0x1C;
+}
+
 // A poll reads flat out for its first milliseconds (most waits end there),
 // then alternates bursts of reads with short sleeps, so that a chip that
 // stays busy for seconds does not hold a whole core. Reads are not spaced
@@ -51,9 +66,7 @@ int WaitReady(const FlashParams& fp, uint32_t timeoutMs) {
   uint64_t burstUs = beginUs;
   for (;;) {
     const bool late = SYS_GetTickCount() - begin > timeoutMs;
-    uint8_t status = 0xFF;
-    SPI_ReadStatus(&fp, &status);
-    if (SPI_IsReadyStatus(&fp, status)) return 0;
+    if (SPI_IsReadyStatus(&fp, ReadStatus(fp))) return 0;
     if (LOG_HasError() || late) return -1;
     LOG_ProgressAdvance(0);  // a long wait (a chip erase) still shows time passing
     const uint64_t nowUs = SYS_GetTimeUs();
@@ -94,30 +107,15 @@ int SPI_IsReadyStatus(const FlashParams* fp, uint8_t status) {
   return ((status >> (fp->StatusBitPos & 7)) & 1) == fp->StatusIsReadyBit;
 }
 
-uint8_t SPI_ProtectMask(uint8_t chipClass) {
-  static constexpr std::array<uint8_t, 11> kMask = {0x5C, 0x5C, 0x1C, 0x1C, 0x3C, 0x1C,
-                                                    0x7C, 0x1C, 0x0C, 0x10, 0x02};
-  return chipClass < kMask.size() ? kMask[chipClass] : 0x1C;
-}
-
 uint32_t SPI_BatchPages(uint32_t pageSizeShift) {
   if (pageSizeShift >= 32) return 1;
   const uint32_t byBytes = SPI_MAX_BATCH_BYTES >> std::min<uint32_t>(pageSizeShift, 31);
   return std::max<uint32_t>(1, std::min(SPI_MAX_BATCH_PAGES, byBytes));
 }
 
-void SPI_ReadStatus(const FlashParams* fp, uint8_t* status) {
-  const uint8_t out[2] = {fp->CmdReadStatus, 0xFF};
-  uint8_t in[2] = {0xFF, 0xFF};
-  TARLO_SPI_Transfer(out, in, 16, TARLO_SPI_FLAG_WHOLE);
-  *status = in[1];
-}
-
 void SPI_PrepareWrite(void) {
   const FlashParams fp = ProjectParams();
-  uint8_t status = 0;
-  SPI_ReadStatus(&fp, &status);
-  if (status & SPI_ProtectMask(fp.ChipClass)) {
+  if (ReadStatus(fp) & ProtectMask(fp.ChipClass)) {
     if (fp.ChipClass == FLASHPARAMS_CLASS_PAGE_BASED) {
       SendWhole(kPageBasedUnprotect, sizeof kPageBasedUnprotect);
     } else {
