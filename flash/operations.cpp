@@ -86,22 +86,25 @@ class Indicator {
   Indicator& operator=(const Indicator&) = delete;
 };
 
-__attribute__((format(printf, 1, 2))) void Info(const char* format, ...) {
+// Formats a line and hands it to one of the log's printers.
+__attribute__((format(printf, 2, 0))) void Emit(void (*print)(const char*), const char* format, va_list args) {
   char text[1024];
+  UTIL_vsnprintf(text, sizeof text, format, args);
+  print(text);
+}
+
+__attribute__((format(printf, 1, 2))) void Info(const char* format, ...) {
   va_list args;
   va_start(args, format);
-  UTIL_vsnprintf(text, sizeof text, format, args);
+  Emit(LOG_Info, format, args);
   va_end(args);
-  LOG_Info(text);
 }
 
 __attribute__((format(printf, 1, 2))) void ReportError(const char* format, ...) {
-  char text[1024];
   va_list args;
   va_start(args, format);
-  UTIL_vsnprintf(text, sizeof text, format, args);
+  Emit(LOG_ReportError, format, args);
   va_end(args);
-  LOG_ReportError(text);
 }
 
 struct OpTexts {
@@ -353,15 +356,18 @@ constexpr OpTexts kVerifyTexts{"All loaded bytes verified OK!", "Failed to verif
                                "Could not verify target, not connected.",
                                "Could not verify target, no data file opened."};
 
+// The geometry and fit checks, then programming; a work result for RunOp.
+int CheckAndProgram(MemImage* image) {
+  if (!CheckGeometry(ProjectParams())) return kWorkDone;
+  if (CheckFit(image) != 0) return kWorkQuietFail;
+  ProgramWork(image);
+  return kWorkDone;
+}
+
 int ProgramOp(bool topLevel, MemImage* image) {
   char begin[256];
   FormatImageBegin(begin, sizeof begin, "Programming", image);
-  return RunOp(topLevel, begin, kProgramTexts, image != nullptr, [image] {
-    if (!CheckGeometry(ProjectParams())) return kWorkDone;
-    if (CheckFit(image) != 0) return kWorkQuietFail;
-    ProgramWork(image);
-    return kWorkDone;
-  });
+  return RunOp(topLevel, begin, kProgramTexts, image != nullptr, [image] { return CheckAndProgram(image); });
 }
 
 int VerifyOp(bool topLevel, MemImage* image) {
@@ -664,11 +670,9 @@ int FLASH_ProgramVerify(MemImage* image) {
   char begin[256];
   FormatImageBegin(begin, sizeof begin, "Programming and verifying", image);
   return RunOp(true, begin, t, image != nullptr, [image] {
-    if (!CheckGeometry(ProjectParams())) return kWorkDone;
-    if (CheckFit(image) != 0) return kWorkQuietFail;
-    ProgramWork(image);
-    if (!LOG_HasError()) VerifyWork(image);
-    return kWorkDone;
+    const int result = CheckAndProgram(image);
+    if (!LOG_HasError()) VerifyWork(image);  // a failed check has reported its error
+    return result;
   });
 }
 
