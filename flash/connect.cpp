@@ -19,15 +19,19 @@ namespace {
 // Program-wide connection state.
 uint8_t ProbeOpen = 0;
 uint8_t Connected = 0;
-uint32_t ProbeExitState = 0;  // 0 before the first open, 1 exit hook registered, 2 exit hook ran
+enum : uint32_t { kBeforeFirstOpen = 0, kExitHookRegistered = 1, kExitHookRan = 2 };
+uint32_t ProbeExitState = kBeforeFirstOpen;
 uint32_t TargetPowerEnabled = 0;
 uint32_t TargetPowerDelay = 0;
 
 // Set at the start of every connect. The first is kept for completeness; no
 // operation waits on it.
-uint32_t ConnectTimeoutA = 10000;
-uint32_t SectorEraseTimeout = 5000;
-uint32_t ChipEraseTimeout = 400000;
+constexpr uint32_t kConnectTimeoutMs = 10000;
+constexpr uint32_t kSectorEraseTimeoutMs = 5000;
+constexpr uint32_t kChipEraseTimeoutMs = 400000;
+uint32_t ConnectTimeoutA = kConnectTimeoutMs;
+uint32_t SectorEraseTimeout = kSectorEraseTimeoutMs;
+uint32_t ChipEraseTimeout = kChipEraseTimeoutMs;
 
 bool ConnectionOverrideSet = false;
 ConnectionChoice ConnectionOverride = {};
@@ -188,11 +192,11 @@ int SPI_OpenProbe(void) {
   ProjectGeneral general = {};
   if (projectOpen) PROJECT_GetGeneral(&general);
 
-  if (ProbeExitState == 0) {
+  if (ProbeExitState == kBeforeFirstOpen) {
     SYS_AtExit(SPI_OnExit);
-    ProbeExitState = 1;
+    ProbeExitState = kExitHookRegistered;
   }
-  if (ProbeExitState == 2) return -1;
+  if (ProbeExitState == kExitHookRan) return -1;
   if (ProbeOpen) return 0;
 
   QuietLibrary();
@@ -229,9 +233,9 @@ void SPI_CloseProbe(void) {
 }
 
 int SPI_Connect(void) {
-  ConnectTimeoutA = 10000;
-  SectorEraseTimeout = 5000;
-  ChipEraseTimeout = 400000;
+  ConnectTimeoutA = kConnectTimeoutMs;
+  SectorEraseTimeout = kSectorEraseTimeoutMs;
+  ChipEraseTimeout = kChipEraseTimeoutMs;
   if (Connected) return 0;
 
   LOG_BeginOp("Connecting ...");
@@ -308,5 +312,5 @@ int SPI_DetectFlash(void) {
 
 void SPI_OnExit(void) {
   if (Connected) SPI_Disconnect();
-  ProbeExitState = 2;
+  ProbeExitState = kExitHookRan;
 }

@@ -116,7 +116,7 @@ int FLASHDB_SelectChip(int index) {
   if (index < 0 || index >= NumEntries()) return -1;
   FlashParams p;
   PROJECT_GetFlashParams(&p);
-  ApplyTo(FLASHDB_ChipTable[index], p);
+  FLASHDB_ApplyEntry(index, &p);
   PROJECT_SetFlashParams(&p);
   CurrentIndex = index;
   return 0;

@@ -86,6 +86,9 @@ __attribute__((format(printf, 1, 2))) void ReportAt(const char* format, ...) {
   LOG_ReportError(text);
 }
 
+// The read opcode that wants a dummy byte between address and data.
+constexpr uint8_t kOpFastRead = 0x0B;
+
 // Sector-protection disable of the page-based family: four bytes in one
 // transaction, sent instead of a status write.
 constexpr uint8_t kPageBasedUnprotect[4] = {0x3D, 0x2A, 0x7F, 0x9A};
@@ -269,7 +272,7 @@ int SPI_ProgramPages(uint32_t address, uint32_t length, const uint8_t* data) {
 void SPI_ReadBytes(const FlashParams* fp, uint32_t address, uint32_t length, uint8_t* dest) {
   uint8_t cmd[6];
   int n = SPI_BuildAddressedCommand(fp, fp->CmdReadData, address, cmd);
-  if (fp->CmdReadData == 0x0B) cmd[n++] = 0x00;  // fast read: one dummy byte
+  if (fp->CmdReadData == kOpFastRead) cmd[n++] = 0x00;  // one dummy byte after the address
   TARLO_SPI_Transfer(cmd, nullptr, (uint32_t)n * 8, TARLO_SPI_FLAG_BEGIN);
   TARLO_SPI_Transfer(nullptr, dest, length * 8, TARLO_SPI_FLAG_END);
 }
