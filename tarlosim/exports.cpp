@@ -120,13 +120,19 @@ void FindSelected(Probe& p) {
   } else if (p.selMode == Probe::BySerial) {
     bool found = false;
     for (uint32_t s : c.serials) found = found || s == p.selSerial;
-    if (found) p.openSerial = p.selSerial;
-    else p.openError = "Cannot connect to the probe: no probe with serial number " + std::to_string(p.selSerial) + " found.";
+    if (found)
+      p.openSerial = p.selSerial;
+    else
+      p.openError =
+          "Cannot connect to the probe: no probe with serial number " + std::to_string(p.selSerial) + " found.";
   } else if (p.selMode == Probe::ByIp) {
-    if (c.ipUnreachable || p.selHost.empty()) p.openError = "Cannot connect to the probe at \"" + p.selHost + "\": host unreachable.";
-    else p.openSerial = c.serials[0];
+    if (c.ipUnreachable || p.selHost.empty())
+      p.openError = "Cannot connect to the probe at \"" + p.selHost + "\": host unreachable.";
+    else
+      p.openSerial = c.serials[0];
   } else {
-    if (p.selIndex >= 0 && static_cast<size_t>(p.selIndex) < c.serials.size()) p.openSerial = c.serials[static_cast<size_t>(p.selIndex)];
+    const size_t index = static_cast<size_t>(p.selIndex);
+    if (p.selIndex >= 0 && index < c.serials.size()) p.openSerial = c.serials[index];
     else p.openError = "Cannot connect to the probe: no probe at USB index " + std::to_string(p.selIndex) + ".";
   }
 }
