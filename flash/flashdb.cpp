@@ -64,7 +64,7 @@ void ApplyTo(const FlashChipEntry& e, FlashParams& p) {
 // ReadStatus, WriteStatus, ReadData, WritePage, EraseSector, EraseBulk,
 // Enter4ByteMode, Exit4ByteMode, NumAddrBytes, Dedicated4BAddrMode,
 // StatusIsReadyBit, StatusBitPos.
-const uint8_t FLASHDB_CommandSets[5][FLASHDB_NUM_CMD_BYTES] = {
+const uint8_t FLASHDB_CommandSets[FLASHDB_NUM_COMMAND_SETS][FLASHDB_NUM_CMD_BYTES] = {
   // 0: most chips: 64 KiB sector erase, busy bit 0
   {0x06, 0x04, 0x9F, 0x05, 0x01, 0x03, 0x02, 0xD8, 0xC7, 0xB7, 0xE9, 0x03, 0x00, 0x00, 0x00},
   // 1: polled through the flag status register 0x70, ready bit 7

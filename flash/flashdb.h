@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include "project/flashparams.h"
 
 // One chip of the table.
@@ -54,9 +55,19 @@ struct FlashChipRow {
 constexpr uint32_t FLASHDB_PAGE_SIZE_SHIFT = 8;
 constexpr int FLASHDB_NUM_CHIPS = 163;
 
-// Packs a row into the Id and Geometry words. Evaluated at compile time for
-// the table: a command set number out of range does not compile.
+// The rules every row keeps: names present, indexes in range, page <=
+// sector <= chip <= 4 GiB.
+constexpr bool FLASHDB_RowIsValid(const FlashChipRow& r) {
+  return r.Maker != nullptr && r.Maker[0] != '\0' && r.Part != nullptr && r.Part[0] != '\0' &&
+         r.Set < FLASHDB_NUM_COMMAND_SETS && r.Addr4B < 4 && r.Class <= FLASHPARAMS_CLASS_PAGE_BASED &&
+         FLASHDB_PAGE_SIZE_SHIFT <= r.SectorLog2 && r.SectorLog2 <= r.SizeLog2 && r.SizeLog2 <= 31;
+}
+
+// Packs a row into the Id and Geometry words. The table is packed at compile
+// time, so a row that breaks a rule stops the build (std::abort cannot run
+// there) instead of reaching a chip.
 constexpr FlashChipEntry FLASHDB_PackRow(const FlashChipRow& r) {
+  if (!FLASHDB_RowIsValid(r)) std::abort();
   const uint32_t flags = (FLASHDB_PAGE_SIZE_SHIFT << 1) | (r.IgnoreType ? 1u : 0u);
   return FlashChipEntry{
       .Id = r.Id[0] | (uint32_t(r.Id[1]) << 8) | (uint32_t(r.Id[2]) << 16) | (flags << 24),
@@ -69,10 +80,10 @@ constexpr FlashChipEntry FLASHDB_PackRow(const FlashChipRow& r) {
 
 // The table: FLASHDB_NUM_CHIPS entries and the terminator (null Manufacturer).
 using FlashChipTable = std::array<FlashChipEntry, FLASHDB_NUM_CHIPS + 1>;
-// The rows packed in their order, then the terminator; the row count must be
-// FLASHDB_NUM_CHIPS or the result does not match FlashChipTable.
+// The rows packed in their order, then the terminator.
 template <std::size_t N>
 constexpr std::array<FlashChipEntry, N + 1> FLASHDB_PackRows(const FlashChipRow (&rows)[N]) {
+  static_assert(N == FLASHDB_NUM_CHIPS, "the chip table holds FLASHDB_NUM_CHIPS rows");
   std::array<FlashChipEntry, N + 1> table{};
   for (std::size_t i = 0; i < N; ++i) table[i] = FLASHDB_PackRow(rows[i]);
   return table;
