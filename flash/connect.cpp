@@ -19,15 +19,19 @@ namespace {
 // Program-wide connection state.
 uint8_t ProbeOpen = 0;
 uint8_t Connected = 0;
-uint32_t ProbeExitState = 0;  // 0 before the first open, 1 exit hook registered, 2 exit hook ran
+enum : uint32_t { kBeforeFirstOpen = 0, kExitHookRegistered = 1, kExitHookRan = 2 };
+uint32_t ProbeExitState = kBeforeFirstOpen;
 uint32_t TargetPowerEnabled = 0;
 uint32_t TargetPowerDelay = 0;
 
 // Set at the start of every connect. The first is kept for completeness; no
 // operation waits on it.
-uint32_t ConnectTimeoutA = 10000;
-uint32_t SectorEraseTimeout = 5000;
-uint32_t ChipEraseTimeout = 400000;
+constexpr uint32_t kConnectTimeoutMs = 10000;
+constexpr uint32_t kSectorEraseTimeoutMs = 5000;
+constexpr uint32_t kChipEraseTimeoutMs = 400000;
+uint32_t ConnectTimeoutA = kConnectTimeoutMs;
+uint32_t SectorEraseTimeout = kSectorEraseTimeoutMs;
+uint32_t ChipEraseTimeout = kChipEraseTimeoutMs;
 
 bool ConnectionOverrideSet = false;
 ConnectionChoice ConnectionOverride = {};
@@ -61,8 +65,89 @@ ConnectionChoice ChooseConnection(bool projectOpen, const ProjectGeneral& genera
   if (!projectOpen) return c;
   c.mode = general.ConnectMode;
   UTIL_strcpy(c.hostName, general.HostName, sizeof(c.hostName));
-  c.serialOrIndex = c.mode == 1 ? general.USBSerialNo : general.USBPort;
+  c.serialOrIndex = c.mode == PROJECT_CONNECT_USB_SERIAL ? general.USBSerialNo : general.USBPort;
   return c;
+}
+
+// No dialogs or firmware prompts from the library; its log goes where -tarlolog said.
+void QuietLibrary() {
+  TARLOARM_ExecCommand("SuppressEmuUSBDialog", nullptr, 0);
+  TARLOARM_ExecCommand("SupressInfoUpdateFW", nullptr, 0);  // the library's own spelling
+  TARLOARM_ExecCommand("SilentUpdateFW", nullptr, 0);
+  char logPath[512];
+  UTIL_strcpy(logPath, TarloLogPath, sizeof(logPath));
+  TARLOARM_SetLogFile(TarloLogEnabled ? logPath : nullptr);
+}
+
+// Announces the selection (inside an operation) and selects the probe:
+// 0, or -1 after reporting a serial number that was not found.
+int SelectProbe(const ConnectionChoice& choice) {
+  char text[512];
+  const int serialOrIndex = static_cast<int>(choice.serialOrIndex);
+  if (LOG_GetDepth() != 0) {
+    if (choice.mode == PROJECT_CONNECT_USB_SERIAL) {
+      UTIL_snprintf(text, sizeof(text), "Connecting via USB to Tarlo with SN %d", serialOrIndex);
+    } else if (choice.mode == PROJECT_CONNECT_TCPIP) {
+      UTIL_snprintf(text, sizeof(text), "Connecting via TCP/IP to %s", choice.hostName);
+    } else {
+      UTIL_snprintf(text, sizeof(text), "Connecting via USB to Tarlo device %d", serialOrIndex);
+    }
+    LOG_Info(text);
+  }
+  if (choice.mode == PROJECT_CONNECT_USB_SERIAL) {
+    if (TARLOARM_EMU_SelectByUSBSN(choice.serialOrIndex) == -1) {
+      UTIL_snprintf(text, sizeof(text),
+                    "Tarlo with SN %d not found.\nCheck the project settings and your connected Tarlo.",
+                    serialOrIndex);
+      LOG_ReportError(text);
+      return -1;
+    }
+  } else if (choice.mode == PROJECT_CONNECT_TCPIP) {
+    TARLOARM_SelectIP(choice.hostName, 0);
+  } else {
+    TARLOARM_SelectUSB(serialOrIndex);
+  }
+  return 0;
+}
+
+// With the probe open and a project to take the settings from: SPI interface,
+// speed, target power, reset held low. 0, or -261 (no SPI) / -259 (no target
+// power) with the probe closed again.
+int PrepareTarget() {
+  char text[256];
+  uint32_t mask = 0;
+  TARLOARM_TIF_GetAvailable(&mask);
+  if ((mask & kSpiInterfaceBit) == 0) {
+    UTIL_snprintf(text, sizeof(text), "The connected probe (S/N %d) does not support the SPI interface",
+                  TARLOARM_GetSN());
+    LOG_ReportError(text);
+    TARLOARM_Close();
+    return -261;
+  }
+  TARLOARM_TIF_Select(kSpiInterface);
+  {
+    // The speed lives in the sequence record, which is too big for the stack.
+    static ProjectSequences sequences;
+    PROJECT_GetSequences(&sequences);
+    TARLOARM_SetSpeed(sequences.Speed0);
+  }
+  if (TargetPowerEnabled) {
+    ExecPowerCommand("SupplyPower = 1");
+    SYS_Sleep(TargetPowerDelay);
+  }
+  TARLO_HW_STATUS status = {};
+  TARLOARM_GetHWStatus(&status);
+  if (status.VTarget < kMinTargetMillivolts) {
+    LOG_ReportError("Target system has no power");
+    if (TargetPowerEnabled) ExecPowerCommand("DisablePowerSupplyOnClose");
+    TARLOARM_Close();
+    if (TargetPowerEnabled) SYS_Sleep(TargetPowerDelay);
+    return -259;
+  }
+  // The target's own code must not drive the flash while the probe does.
+  TARLOARM_ClrRESET();
+  SYS_Sleep(kResetSettleMs);
+  return 0;
 }
 
 // Reads the ID the way detection does and compares it with abID.
@@ -102,96 +187,28 @@ void SPI_SetTargetPower(uint32_t enabled, uint32_t delayMs) {
   TargetPowerDelay = delayMs;
 }
 
-int SPI_IsConnected(void) { return Connected; }
-
 int SPI_OpenProbe(void) {
   const bool projectOpen = PROJECT_IsOpen() != 0;
   ProjectGeneral general = {};
   if (projectOpen) PROJECT_GetGeneral(&general);
 
-  if (ProbeExitState == 0) {
+  if (ProbeExitState == kBeforeFirstOpen) {
     SYS_AtExit(SPI_OnExit);
-    ProbeExitState = 1;
+    ProbeExitState = kExitHookRegistered;
   }
-  if (ProbeExitState == 2) return -1;
+  if (ProbeExitState == kExitHookRan) return -1;
   if (ProbeOpen) return 0;
 
-  TARLOARM_ExecCommand("SuppressEmuUSBDialog", nullptr, 0);
-  TARLOARM_ExecCommand("SupressInfoUpdateFW", nullptr, 0);  // the library's own spelling
-  TARLOARM_ExecCommand("SilentUpdateFW", nullptr, 0);
-
-  char logPath[512];
-  UTIL_strcpy(logPath, TarloLogPath, sizeof(logPath));
-  TARLOARM_SetLogFile(TarloLogEnabled ? logPath : nullptr);
-
-  const ConnectionChoice choice = ChooseConnection(projectOpen, general);
-  char text[512];
-  if (LOG_GetDepth() != 0) {
-    if (choice.mode == 1) {
-      UTIL_snprintf(text, sizeof(text), "Connecting via USB to Tarlo with SN %d",
-                    static_cast<int>(choice.serialOrIndex));
-    } else if (choice.mode == 2) {
-      UTIL_snprintf(text, sizeof(text), "Connecting via TCP/IP to %s", choice.hostName);
-    } else {
-      UTIL_snprintf(text, sizeof(text), "Connecting via USB to Tarlo device %d",
-                    static_cast<int>(choice.serialOrIndex));
-    }
-    LOG_Info(text);
-  }
-  if (choice.mode == 1) {
-    if (TARLOARM_EMU_SelectByUSBSN(choice.serialOrIndex) == -1) {
-      UTIL_snprintf(text, sizeof(text),
-                    "Tarlo with SN %d not found.\nCheck the project settings and your connected Tarlo.",
-                    static_cast<int>(choice.serialOrIndex));
-      LOG_ReportError(text);
-      return -1;
-    }
-  } else if (choice.mode == 2) {
-    TARLOARM_SelectIP(choice.hostName, 0);
-  } else {
-    TARLOARM_SelectUSB(static_cast<int>(choice.serialOrIndex));
-  }
-
+  QuietLibrary();
+  if (SelectProbe(ChooseConnection(projectOpen, general)) != 0) return -1;
   const char* openError = TARLOARM_OpenEx(nullptr, LOG_ReportError);
   if (openError != nullptr) {
     LOG_ReportError(openError);
     return -256;
   }
-
   if (projectOpen) {
-    uint32_t mask = 0;
-    TARLOARM_TIF_GetAvailable(&mask);
-    if ((mask & kSpiInterfaceBit) == 0) {
-      UTIL_snprintf(text, sizeof(text),
-                    "The connected probe (S/N %d) does not support the SPI interface",
-                    TARLOARM_GetSN());
-      LOG_ReportError(text);
-      TARLOARM_Close();
-      return -261;
-    }
-    TARLOARM_TIF_Select(kSpiInterface);
-    {
-      // The speed lives in the sequence record, which is too big for the stack.
-      static ProjectSequences sequences;
-      PROJECT_GetSequences(&sequences);
-      TARLOARM_SetSpeed(sequences.Speed0);
-    }
-    if (TargetPowerEnabled) {
-      ExecPowerCommand("SupplyPower = 1");
-      SYS_Sleep(TargetPowerDelay);
-    }
-    TARLO_HW_STATUS status = {};
-    TARLOARM_GetHWStatus(&status);
-    if (status.VTarget < kMinTargetMillivolts) {
-      LOG_ReportError("Target system has no power");
-      if (TargetPowerEnabled) ExecPowerCommand("DisablePowerSupplyOnClose");
-      TARLOARM_Close();
-      if (TargetPowerEnabled) SYS_Sleep(TargetPowerDelay);
-      return -259;
-    }
-    // The target's own code must not drive the flash while the probe does.
-    TARLOARM_ClrRESET();
-    SYS_Sleep(kResetSettleMs);
+    const int result = PrepareTarget();
+    if (result != 0) return result;
   }
   ProbeOpen = 1;
   return 0;
@@ -216,9 +233,9 @@ void SPI_CloseProbe(void) {
 }
 
 int SPI_Connect(void) {
-  ConnectTimeoutA = 10000;
-  SectorEraseTimeout = 5000;
-  ChipEraseTimeout = 400000;
+  ConnectTimeoutA = kConnectTimeoutMs;
+  SectorEraseTimeout = kSectorEraseTimeoutMs;
+  ChipEraseTimeout = kChipEraseTimeoutMs;
   if (Connected) return 0;
 
   LOG_BeginOp("Connecting ...");
@@ -295,5 +312,5 @@ int SPI_DetectFlash(void) {
 
 void SPI_OnExit(void) {
   if (Connected) SPI_Disconnect();
-  ProbeExitState = 2;
+  ProbeExitState = kExitHookRan;
 }

@@ -15,7 +15,6 @@ namespace {
 
 int CurrentIndex = -1;
 
-constexpr uint8_t kCmdJedecId = 0x9F;  // fixed: detection never uses CmdReadID
 constexpr uint8_t kContinuationCode = 0x7F;
 constexpr int kIdAnswerBytes = 13;
 
@@ -61,6 +60,36 @@ void ApplyTo(const FlashChipEntry& e, FlashParams& p) {
 
 }  // namespace
 
+// Command sets, bytes in FlashParams order: WriteEnable, WriteDisable, ReadID,
+// ReadStatus, WriteStatus, ReadData, WritePage, EraseSector, EraseBulk,
+// Enter4ByteMode, Exit4ByteMode, NumAddrBytes, Dedicated4BAddrMode,
+// StatusIsReadyBit, StatusBitPos.
+const uint8_t FLASHDB_CommandSets[FLASHDB_NUM_COMMAND_SETS][FLASHDB_NUM_CMD_BYTES] = {
+  // 0: most chips: 64 KiB sector erase, busy bit 0
+  {0x06, 0x04, 0x9F, 0x05, 0x01, 0x03, 0x02, 0xD8, 0xC7, 0xB7, 0xE9, 0x03, 0x00, 0x00, 0x00},
+  // 1: polled through the flag status register 0x70, ready bit 7
+  {0x06, 0x04, 0x9F, 0x70, 0x01, 0x03, 0x02, 0xD8, 0xC7, 0xB7, 0xE9, 0x03, 0x00, 0x01, 0x07},
+  // 2: page-based: status 0xD7 ready bit 7, block erase 0x50, no write enable, no chip erase
+  {0x00, 0x00, 0x9F, 0xD7, 0x00, 0x03, 0x02, 0x50, 0x00, 0x00, 0x00, 0x03, 0x00, 0x01, 0x07},
+  // 3: 4 KiB sector erase 0x20
+  {0x06, 0x04, 0x9F, 0x05, 0x01, 0x03, 0x02, 0x20, 0xC7, 0xB7, 0xE9, 0x03, 0x00, 0x00, 0x00},
+  // 4: no erase commands, 2 address bytes
+  {0x06, 0x04, 0x9F, 0x05, 0x01, 0x03, 0x02, 0x00, 0x00, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00},
+};
+
+// 4-byte address types, applied after the command set (-1: keep the set's value).
+//   0: 3-byte addressing, no mode switch
+//   1: the chip's own 4-byte opcodes (read 0x13, program 0x12, erase 0xDC)
+//   2: switch into 4-byte mode with 0xB7 and out with 0xE9
+//   3: 4 address bytes with fast read 0x0B
+const Flash4ByteType FLASHDB_4ByteTypes[4] = {
+  //  addr  ded  enter  exit  read  write  erase
+  {   -1,    0,     0,    0,   -1,    -1,    -1},
+  {    4,    0,     0,    0, 0x13,  0x12,  0xDC},
+  {    4,    1,  0xB7, 0xE9,   -1,    -1,    -1},
+  {    4,   -1,    -1,   -1, 0x0B,    -1,    -1},
+};
+
 int FLASHDB_GetNumEntries(void) { return NumEntries(); }
 
 int FLASHDB_FindById(uint32_t id) {
@@ -87,7 +116,7 @@ int FLASHDB_SelectChip(int index) {
   if (index < 0 || index >= NumEntries()) return -1;
   FlashParams p;
   PROJECT_GetFlashParams(&p);
-  ApplyTo(FLASHDB_ChipTable[index], p);
+  FLASHDB_ApplyEntry(index, &p);
   PROJECT_SetFlashParams(&p);
   CurrentIndex = index;
   return 0;
@@ -121,7 +150,7 @@ void FLASHDB_CompactId(uint8_t id[13]) {
 }
 
 void FLASHDB_ReadId(uint8_t id[13]) {
-  const uint8_t cmd = kCmdJedecId;
+  const uint8_t cmd = FLASHPARAMS_OP_READ_JEDEC_ID;  // fixed: detection never uses CmdReadID
   std::memset(id, 0, kIdAnswerBytes);
   TARLO_SPI_Transfer(&cmd, nullptr, 8, TARLO_SPI_FLAG_BEGIN);
   TARLO_SPI_Transfer(nullptr, id, kIdAnswerBytes * 8, TARLO_SPI_FLAG_END);

@@ -86,22 +86,25 @@ class Indicator {
   Indicator& operator=(const Indicator&) = delete;
 };
 
-__attribute__((format(printf, 1, 2))) void Info(const char* format, ...) {
+// Formats a line and hands it to one of the log's printers.
+__attribute__((format(printf, 2, 0))) void Emit(void (*print)(const char*), const char* format, va_list args) {
   char text[1024];
+  UTIL_vsnprintf(text, sizeof text, format, args);
+  print(text);
+}
+
+__attribute__((format(printf, 1, 2))) void Info(const char* format, ...) {
   va_list args;
   va_start(args, format);
-  UTIL_vsnprintf(text, sizeof text, format, args);
+  Emit(LOG_Info, format, args);
   va_end(args);
-  LOG_Info(text);
 }
 
 __attribute__((format(printf, 1, 2))) void ReportError(const char* format, ...) {
-  char text[1024];
   va_list args;
   va_start(args, format);
-  UTIL_vsnprintf(text, sizeof text, format, args);
+  Emit(LOG_ReportError, format, args);
   va_end(args);
-  LOG_ReportError(text);
 }
 
 struct OpTexts {
@@ -214,7 +217,7 @@ int CheckFit(MemImage* image) {
 
 void EraseChipWork() {
   const FlashParams fp = ProjectParams();
-  if (fp.FlashType == 2) {
+  if (fp.FlashType == FLASHPARAMS_TYPE_NO_ERASE) {
     LOG_Info("Selected memory does not support erase. Skipped.");
     return;
   }
@@ -268,7 +271,7 @@ int EraseAffectedOp(const uint8_t* flags) {
                              "Could not erase affected sectors, no data file opened."};
   return RunOp(false, "Erasing affected sectors ...", t, true, [flags] {
     const FlashParams fp = ProjectParams();
-    if (fp.FlashType == 2) {
+    if (fp.FlashType == FLASHPARAMS_TYPE_NO_ERASE) {
       LOG_Info("Selected memory does not support erase. Skipped.");
       return kWorkDone;
     }
@@ -353,15 +356,18 @@ constexpr OpTexts kVerifyTexts{"All loaded bytes verified OK!", "Failed to verif
                                "Could not verify target, not connected.",
                                "Could not verify target, no data file opened."};
 
+// The geometry and fit checks, then programming; a work result for RunOp.
+int CheckAndProgram(MemImage* image) {
+  if (!CheckGeometry(ProjectParams())) return kWorkDone;
+  if (CheckFit(image) != 0) return kWorkQuietFail;
+  ProgramWork(image);
+  return kWorkDone;
+}
+
 int ProgramOp(bool topLevel, MemImage* image) {
   char begin[256];
   FormatImageBegin(begin, sizeof begin, "Programming", image);
-  return RunOp(topLevel, begin, kProgramTexts, image != nullptr, [image] {
-    if (!CheckGeometry(ProjectParams())) return kWorkDone;
-    if (CheckFit(image) != 0) return kWorkQuietFail;
-    ProgramWork(image);
-    return kWorkDone;
-  });
+  return RunOp(topLevel, begin, kProgramTexts, image != nullptr, [image] { return CheckAndProgram(image); });
 }
 
 int VerifyOp(bool topLevel, MemImage* image) {
@@ -446,68 +452,58 @@ int CopyFlaggedSectors(MemImage* dest, MemImage* src, uint32_t shift, const uint
   return 0;
 }
 
-int AutoWork(MemImage* image) {
-  const FlashParams fp = ProjectParams();
-  if (!CheckGeometry(fp)) return kWorkDone;
-  if (CheckFit(image) != 0) return kWorkQuietFail;
-  ProjectProduction production{};
-  PROJECT_GetProduction(&production);
-  const uint32_t shift = SectorShift(fp);
-  const uint64_t sectorSize = 1ull << shift;
-  const uint32_t piece = (uint32_t)std::min<uint64_t>(sectorSize, kComparePiece);
-  const uint32_t numSectors = NumSectors(fp);
+// The sectors of the automatic sequence: those the data touches (cleared
+// again where nothing changes) and those that need an erase.
+struct AutoSectors {
+  uint32_t shift = 0;
+  uint32_t count = 0;
+  SYS_Ptr<uint8_t[]> touched;
+  SYS_Ptr<uint8_t[]> toErase;
+};
 
-  auto touched = TryAlloc<uint8_t>((size_t)numSectors + 1);
-  auto toErase = TryAlloc<uint8_t>((size_t)numSectors + 1);
-  auto want = TryAlloc<uint8_t>(piece);
-  auto have = TryAlloc<uint8_t>(piece);
-  if (!want || !have) {
-    ReportError("Failed to allocate %d bytes of memory", (int)(2 * (uint64_t)piece));
-    return kWorkDone;
-  }
-  if (!touched || !toErase) {
-    LOG_ReportError("Could not erase affected sectors, not enough memory.");
-    return kWorkDone;
-  }
-  const uint32_t marked = FLASH_MarkSectors(image, shift, touched.get(), numSectors);
-  std::fill_n(toErase.get(), numSectors, 0);
-
-  // Read back what the data touches.
-  ImagePtr readBack(ReadOp(false, "Reading affected sectors ...", [&](MemImage* r) {
-    const uint32_t runs = FLASH_CountRuns(touched.get(), numSectors);
+// Reads back every sector the data touches: the image, or null.
+MemImage* ReadAffected(const FlashParams& fp, const AutoSectors& sectors, uint32_t marked) {
+  const uint32_t shift = sectors.shift;
+  const uint32_t numSectors = sectors.count;
+  const uint8_t* touched = sectors.touched.get();
+  return ReadOp(false, "Reading affected sectors ...", [&](MemImage* r) {
+    const uint32_t runs = FLASH_CountRuns(touched, numSectors);
     char list[512] = "";
     uint32_t index = 0, first = 0, last = 0;
-    while (FLASH_NextRun(touched.get(), numSectors, &index, &first, &last)) {
+    while (FLASH_NextRun(touched, numSectors, &index, &first, &last)) {
       FLASH_AppendRange(list, sizeof list, SectorFirst(first, shift), SectorLast(last, shift));
     }
     Info("%d of %d sectors affected, %d range%s%s", (int)marked, (int)numSectors, (int)runs, Plural(runs), list);
     LOG_ProgressBegin("Reading back", (uint64_t)marked << shift, LOG_PROGRESS_BYTES);
-    ReadFlagged(r, fp, touched.get(), numSectors);
-  }));
-  if (!readBack || LOG_HasError()) return kWorkDone;
+    ReadFlagged(r, fp, touched, numSectors);
+  });
+}
 
-  // Keep only the sectors whose contents change; the blank ones among them
-  // need no erase. Erasing the whole chip wipes unchanged sectors as well,
-  // so then every touched sector is written again.
-  const bool chipErase = production.EraseType == 3;
-  for (uint32_t s = 0; s < numSectors; s++) {
-    if (!touched[s]) continue;
+// Keeps only the sectors whose contents change; the blank ones among them
+// need no erase. Erasing the whole chip wipes unchanged sectors as well, so
+// then every touched sector is written again. want and have hold `piece`
+// bytes each.
+void CompareSectors(MemImage* image, MemImage* readBack, bool chipErase, AutoSectors& sectors, uint32_t piece,
+                    uint8_t* want, uint8_t* have) {
+  const uint32_t shift = sectors.shift;
+  for (uint32_t s = 0; s < sectors.count; s++) {
+    if (!sectors.touched[s]) continue;
     bool same = true, blank = true;
     for (uint64_t a = SectorFirst(s, shift), end = (uint64_t)SectorLast(s, shift) + 1; a < end; a += piece) {
-      MEMIMAGE_ReadAreaLocked(image, (uint32_t)a, piece, want.get(), 0xFF);
-      MEMIMAGE_ReadAreaLocked(readBack.get(), (uint32_t)a, piece, have.get(), 0xFF);
-      same = same && std::memcmp(want.get(), have.get(), piece) == 0;
-      blank = blank && AllBlank(have.get(), piece);
+      MEMIMAGE_ReadAreaLocked(image, (uint32_t)a, piece, want, 0xFF);
+      MEMIMAGE_ReadAreaLocked(readBack, (uint32_t)a, piece, have, 0xFF);
+      same = same && std::memcmp(want, have, piece) == 0;
+      blank = blank && AllBlank(have, piece);
     }
-    if (same && !chipErase) touched[s] = 0;
-    toErase[s] = !same && !blank;
+    if (same && !chipErase) sectors.touched[s] = 0;
+    sectors.toErase[s] = !same && !blank;
   }
-  want.reset();
-  have.reset();
-  readBack.reset();  // compared; holding it on would only raise the peak
+}
 
+// Erases what needs it, then programs and verifies the sectors still marked.
+void WriteChanged(MemImage* image, const AutoSectors& sectors, bool chipErase) {
   ImagePtr work(MEMIMAGE_Create());
-  if (!work || CopyFlaggedSectors(work.get(), image, shift, touched.get(), numSectors) != 0 ||
+  if (!work || CopyFlaggedSectors(work.get(), image, sectors.shift, sectors.touched.get(), sectors.count) != 0 ||
       MEMIMAGE_HasRangeWithoutBytes(work.get())) {
     ReportError("Failed to allocate %d bytes of memory", (int)MEMIMAGE_GetNumBytesLocked(image));
   }
@@ -515,12 +511,48 @@ int AutoWork(MemImage* image) {
     if (chipErase) {
       EraseChipOp(false);
     } else {
-      EraseAffectedOp(toErase.get());
+      EraseAffectedOp(sectors.toErase.get());
     }
   }
   if (!LOG_HasError()) ProgramOp(false, work.get());
   if (!LOG_HasError()) VerifyOp(false, work.get());
-  work.reset();
+}
+
+int AutoWork(MemImage* image) {
+  const FlashParams fp = ProjectParams();
+  if (!CheckGeometry(fp)) return kWorkDone;
+  if (CheckFit(image) != 0) return kWorkQuietFail;
+  ProjectProduction production{};
+  PROJECT_GetProduction(&production);
+  AutoSectors sectors;
+  sectors.shift = SectorShift(fp);
+  sectors.count = NumSectors(fp);
+  const uint32_t piece = (uint32_t)std::min<uint64_t>(1ull << sectors.shift, kComparePiece);
+
+  sectors.touched = TryAlloc<uint8_t>((size_t)sectors.count + 1);
+  sectors.toErase = TryAlloc<uint8_t>((size_t)sectors.count + 1);
+  auto want = TryAlloc<uint8_t>(piece);
+  auto have = TryAlloc<uint8_t>(piece);
+  if (!want || !have) {
+    ReportError("Failed to allocate %d bytes of memory", (int)(2 * (uint64_t)piece));
+    return kWorkDone;
+  }
+  if (!sectors.touched || !sectors.toErase) {
+    LOG_ReportError("Could not erase affected sectors, not enough memory.");
+    return kWorkDone;
+  }
+  const uint32_t marked = FLASH_MarkSectors(image, sectors.shift, sectors.touched.get(), sectors.count);
+  std::fill_n(sectors.toErase.get(), sectors.count, 0);
+
+  ImagePtr readBack(ReadAffected(fp, sectors, marked));
+  if (!readBack || LOG_HasError()) return kWorkDone;
+  const bool chipErase = production.EraseType == PROJECT_ERASE_TYPE_CHIP;
+  CompareSectors(image, readBack.get(), chipErase, sectors, piece, want.get(), have.get());
+  want.reset();
+  have.reset();
+  readBack.reset();  // compared; holding it on would only raise the peak
+
+  WriteChanged(image, sectors, chipErase);
   SEQ_Run(SEQ_EXIT);
   return kWorkDone;
 }
@@ -601,7 +633,7 @@ int FLASH_EraseSelectedSectors(void) {
                              "Could not erase sectors, not connected.", nullptr};
   return RunOp(true, "Erasing selected sectors ...", t, true, [] {
     const FlashParams fp = ProjectParams();
-    if (fp.FlashType == 2) {
+    if (fp.FlashType == FLASHPARAMS_TYPE_NO_ERASE) {
       LOG_Info("Selected memory does not support erase. Skipped.");
       return kWorkDone;
     }
@@ -638,11 +670,9 @@ int FLASH_ProgramVerify(MemImage* image) {
   char begin[256];
   FormatImageBegin(begin, sizeof begin, "Programming and verifying", image);
   return RunOp(true, begin, t, image != nullptr, [image] {
-    if (!CheckGeometry(ProjectParams())) return kWorkDone;
-    if (CheckFit(image) != 0) return kWorkQuietFail;
-    ProgramWork(image);
-    if (!LOG_HasError()) VerifyWork(image);
-    return kWorkDone;
+    const int result = CheckAndProgram(image);
+    if (!LOG_HasError()) VerifyWork(image);  // a failed check has reported its error
+    return result;
   });
 }
 

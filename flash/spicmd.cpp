@@ -28,6 +28,21 @@ void SendWhole(const uint8_t* bytes, uint32_t count) {
 
 void SendByte(uint8_t b) { SendWhole(&b, 1); }
 
+// The status register: CmdReadStatus and one byte clocked in.
+uint8_t ReadStatus(const FlashParams& fp) {
+  const uint8_t out[2] = {fp.CmdReadStatus, 0xFF};
+  uint8_t in[2] = {0xFF, 0xFF};
+  TARLO_SPI_Transfer(out, in, 16, TARLO_SPI_FLAG_WHOLE);
+  return in[1];
+}
+
+// Status bits that mean some of the array is write-protected, by chip class.
+uint8_t ProtectMask(uint8_t chipClass) {
+  static constexpr std::array<uint8_t, 11> kMask = {0x5C, 0x5C, 0x1C, 0x1C, 0x3C, 0x1C,
+                                                    0x7C, 0x1C, 0x0C, 0x10, 0x02};
+  return chipClass < kMask.size() ? kMask[chipClass] : 0x1C;
+}
+
 // A poll reads flat out for its first milliseconds (most waits end there),
 // then alternates bursts of reads with short sleeps, so that a chip that
 // stays busy for seconds does not hold a whole core. Reads are not spaced
@@ -51,9 +66,7 @@ int WaitReady(const FlashParams& fp, uint32_t timeoutMs) {
   uint64_t burstUs = beginUs;
   for (;;) {
     const bool late = SYS_GetTickCount() - begin > timeoutMs;
-    uint8_t status = 0xFF;
-    SPI_ReadStatus(&fp, &status);
-    if (SPI_IsReadyStatus(&fp, status)) return 0;
+    if (SPI_IsReadyStatus(&fp, ReadStatus(fp))) return 0;
     if (LOG_HasError() || late) return -1;
     LOG_ProgressAdvance(0);  // a long wait (a chip erase) still shows time passing
     const uint64_t nowUs = SYS_GetTimeUs();
@@ -73,6 +86,13 @@ __attribute__((format(printf, 1, 2))) void ReportAt(const char* format, ...) {
   LOG_ReportError(text);
 }
 
+// The read opcode that wants a dummy byte between address and data.
+constexpr uint8_t kOpFastRead = 0x0B;
+
+// Sector-protection disable of the page-based family: four bytes in one
+// transaction, sent instead of a status write.
+constexpr uint8_t kPageBasedUnprotect[4] = {0x3D, 0x2A, 0x7F, 0x9A};
+
 bool AllBlank(const uint8_t* p, uint32_t n) {
   return std::all_of(p, p + n, [](uint8_t b) { return b == 0xFF; });
 }
@@ -90,33 +110,17 @@ int SPI_IsReadyStatus(const FlashParams* fp, uint8_t status) {
   return ((status >> (fp->StatusBitPos & 7)) & 1) == fp->StatusIsReadyBit;
 }
 
-uint8_t SPI_ProtectMask(uint8_t chipClass) {
-  static constexpr std::array<uint8_t, 11> kMask = {0x5C, 0x5C, 0x1C, 0x1C, 0x3C, 0x1C,
-                                                    0x7C, 0x1C, 0x0C, 0x10, 0x02};
-  return chipClass < kMask.size() ? kMask[chipClass] : 0x1C;
-}
-
 uint32_t SPI_BatchPages(uint32_t pageSizeShift) {
   if (pageSizeShift >= 32) return 1;
   const uint32_t byBytes = SPI_MAX_BATCH_BYTES >> std::min<uint32_t>(pageSizeShift, 31);
   return std::max<uint32_t>(1, std::min(SPI_MAX_BATCH_PAGES, byBytes));
 }
 
-void SPI_ReadStatus(const FlashParams* fp, uint8_t* status) {
-  const uint8_t out[2] = {fp->CmdReadStatus, 0xFF};
-  uint8_t in[2] = {0xFF, 0xFF};
-  TARLO_SPI_Transfer(out, in, 16, TARLO_SPI_FLAG_WHOLE);
-  *status = in[1];
-}
-
 void SPI_PrepareWrite(void) {
   const FlashParams fp = ProjectParams();
-  uint8_t status = 0;
-  SPI_ReadStatus(&fp, &status);
-  if (status & SPI_ProtectMask(fp.ChipClass)) {
-    if (fp.ChipClass == 10) {
-      static constexpr uint8_t kUnprotect[4] = {0x3D, 0x2A, 0x7F, 0x9A};
-      SendWhole(kUnprotect, 4);
+  if (ReadStatus(fp) & ProtectMask(fp.ChipClass)) {
+    if (fp.ChipClass == FLASHPARAMS_CLASS_PAGE_BASED) {
+      SendWhole(kPageBasedUnprotect, sizeof kPageBasedUnprotect);
     } else {
       SendByte(fp.CmdWriteEnable);
       const uint8_t ws[2] = {fp.CmdWriteStatus, 0x00};
@@ -127,9 +131,9 @@ void SPI_PrepareWrite(void) {
     // would silently do nothing. A failed wait shows up in that next step.
     WaitReady(fp, SPI_GetSectorEraseTimeout());
   }
-  if (fp.ChipClass == 9) {
+  if (fp.ChipClass == FLASHPARAMS_CLASS_GLOBAL_UNLOCK) {
     SendByte(fp.CmdWriteEnable);
-    SendByte(0x98);  // global block-protection unlock
+    SendByte(FLASHPARAMS_OP_GLOBAL_UNLOCK);
   }
 }
 
@@ -149,9 +153,8 @@ int SPI_EraseChip(void) {
   SPI_PrepareWrite();
   const FlashParams fp = ProjectParams();
   SendByte(fp.CmdWriteEnable);
-  if (fp.ChipClass == 10) {
-    static constexpr uint8_t kChipErase[4] = {0xC7, 0x94, 0x80, 0x9A};
-    SendWhole(kChipErase, 4);
+  if (fp.ChipClass == FLASHPARAMS_CLASS_PAGE_BASED) {
+    SendWhole(FLASHPARAMS_PAGE_BASED_CHIP_ERASE, sizeof FLASHPARAMS_PAGE_BASED_CHIP_ERASE);
   } else {
     SendByte(fp.CmdEraseBulk);
   }
@@ -161,6 +164,11 @@ int SPI_EraseChip(void) {
 }
 
 namespace {
+
+// A job that sends bytes; its result is filled in by the library.
+TARLO_SPI_JOB SendJob(const uint8_t* out, uint32_t numBits, uint32_t flags) {
+  return TARLO_SPI_JOB{TARLO_SPI_JOB_TRANSFER, 0, out, nullptr, numBits, flags, nullptr, 0, -1};
+}
 
 // One batch of page-program jobs with the per-page buffers they point into.
 struct PageBatch {
@@ -178,12 +186,11 @@ struct PageBatch {
     pageAddr[n] = address;
     const int hdrLen = SPI_BuildAddressedCommand(&fp, fp.CmdWritePage, address, headers[n].data());
     TARLO_SPI_JOB* j = &jobs[n * SPI_JOBS_PER_PAGE];
-    j[0] = TARLO_SPI_JOB{1, 0, &writeEnable, nullptr, 8, TARLO_SPI_FLAG_WHOLE, nullptr, 0, -1};
-    j[1] = TARLO_SPI_JOB{1, 0, headers[n].data(), nullptr, (uint32_t)hdrLen * 8, TARLO_SPI_FLAG_BEGIN,
-                         nullptr, 0, -1};
-    j[2] = TARLO_SPI_JOB{1, 0, data, nullptr, bytes * 8, TARLO_SPI_FLAG_END, nullptr, 0, -1};
-    j[3] = TARLO_SPI_JOB{1, 0, &readStatus, nullptr, 8, TARLO_SPI_FLAG_BEGIN, nullptr, 0, -1};
-    j[4] = TARLO_SPI_JOB{2, 0, nullptr, &status[n], 8, TARLO_SPI_FLAG_END, &poll, sizeof poll, -1};
+    j[0] = SendJob(&writeEnable, 8, TARLO_SPI_FLAG_WHOLE);
+    j[1] = SendJob(headers[n].data(), (uint32_t)hdrLen * 8, TARLO_SPI_FLAG_BEGIN);
+    j[2] = SendJob(data, bytes * 8, TARLO_SPI_FLAG_END);
+    j[3] = SendJob(&readStatus, 8, TARLO_SPI_FLAG_BEGIN);
+    j[4] = TARLO_SPI_JOB{TARLO_SPI_JOB_POLL, 0, nullptr, &status[n], 8, TARLO_SPI_FLAG_END, &poll, sizeof poll, -1};
   }
 
   // Runs the collected jobs; 0, or -1 after a reported error.
@@ -207,7 +214,7 @@ struct PageBatch {
     for (uint32_t i = 0; i < count * SPI_JOBS_PER_PAGE; i++) {
       const TARLO_SPI_JOB& j = jobs[i];
       const uint32_t at = pageAddr[i / SPI_JOBS_PER_PAGE];
-      if (j.Type == 2) {
+      if (j.Type == TARLO_SPI_JOB_POLL) {
         if (j.Result < 0) {
           ReportAt("Programming failed @ address 0x%.8X (timeout occurred)", at);
           return -1;
@@ -265,7 +272,7 @@ int SPI_ProgramPages(uint32_t address, uint32_t length, const uint8_t* data) {
 void SPI_ReadBytes(const FlashParams* fp, uint32_t address, uint32_t length, uint8_t* dest) {
   uint8_t cmd[6];
   int n = SPI_BuildAddressedCommand(fp, fp->CmdReadData, address, cmd);
-  if (fp->CmdReadData == 0x0B) cmd[n++] = 0x00;  // fast read: one dummy byte
+  if (fp->CmdReadData == kOpFastRead) cmd[n++] = 0x00;  // one dummy byte after the address
   TARLO_SPI_Transfer(cmd, nullptr, (uint32_t)n * 8, TARLO_SPI_FLAG_BEGIN);
   TARLO_SPI_Transfer(nullptr, dest, length * 8, TARLO_SPI_FLAG_END);
 }

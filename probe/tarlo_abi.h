@@ -32,9 +32,15 @@ enum : uint32_t {
   TARLO_SPI_FLAG_WHOLE = 14,  // complete transaction
 };
 
+// Kinds of batch job.
+enum : uint32_t {
+  TARLO_SPI_JOB_TRANSFER = 1,  // one transfer
+  TARLO_SPI_JOB_POLL = 2,      // a transfer repeated until the poll condition holds
+};
+
 // One record of the batched SPI command function (48 bytes, little-endian).
 struct TARLO_SPI_JOB {
-  uint32_t Type;        // 1 transfer, 2 transfer repeated until the poll condition holds
+  uint32_t Type;        // TARLO_SPI_JOB_*
   uint32_t Reserved;
   const uint8_t* pOut;
   uint8_t* pIn;

@@ -29,13 +29,30 @@ const Profile kProfiles[] = {
     {"C22020", 128 * MiB, Family::Standard,    0x3C, true,  700 * us, 45 * ms, 150 * ms, 300 * ms, 3000 * ms},
 };
 
+// The opcodes the emulated parts answer to. Some bytes mean different
+// things by family (0x50 clears the flag status of one family and erases a
+// block of the page-based one).
+constexpr uint8_t kOpWriteEnable = 0x06, kOpWriteDisable = 0x04, kOpWriteStatus = 0x01;
+constexpr uint8_t kOpReadStatus = 0x05, kOpReadStatus2 = 0x35, kOpReadConfig = 0x15, kOpReadFlagStatus = 0x70;
+constexpr uint8_t kOpClearFlagStatus = 0x50, kOpResetEnable = 0x66, kOpReset = 0x99, kOpGlobalUnlock = 0x98;
+constexpr uint8_t kOpEnter4Byte = 0xB7, kOpExit4Byte = 0xE9, kOpWriteExtAddr = 0xC5, kOpReadExtAddr = 0xC8;
+constexpr uint8_t kOpReadId = 0x9F, kOpRead = 0x03, kOpRead4B = 0x13, kOpFastRead = 0x0B, kOpFastRead4B = 0x0C;
+constexpr uint8_t kOpPageProgram = 0x02, kOpPageProgram4B = 0x12;
+constexpr uint8_t kOpErase4K = 0x20, kOpErase4K4B = 0x21, kOpErase32K = 0x52, kOpErase32K4B = 0x5C;
+constexpr uint8_t kOpErase64K = 0xD8, kOpErase64K4B = 0xDC, kOpChipErase = 0xC7, kOpChipErase2 = 0x60;
+// The page-based family.
+constexpr uint8_t kOpPageBasedStatus = 0xD7, kOpPageErase = 0x81, kOpPageBasedBlockErase = 0x50;
+constexpr uint8_t kOpPageBasedSectorErase = 0x7C;
+
 bool IsStatusOp(const Profile& p, uint8_t op) {
-  if (p.family == Family::PageBased) return op == 0xD7;
-  return op == 0x05 || op == 0x35 || op == 0x15 || (p.family == Family::FlagStatus && op == 0x70);
+  if (p.family == Family::PageBased) return op == kOpPageBasedStatus;
+  return op == kOpReadStatus || op == kOpReadStatus2 || op == kOpReadConfig ||
+         (p.family == Family::FlagStatus && op == kOpReadFlagStatus);
 }
 
 bool IsFourByteOp(uint8_t op) {
-  return op == 0x13 || op == 0x0C || op == 0x12 || op == 0x21 || op == 0x5C || op == 0xDC;
+  return op == kOpRead4B || op == kOpFastRead4B || op == kOpPageProgram4B || op == kOpErase4K4B ||
+         op == kOpErase32K4B || op == kOpErase64K4B;
 }
 
 }  // namespace
@@ -147,13 +164,13 @@ uint8_t Chip::StatusByte(uint8_t op) {
   stats_.statusReads++;
   const uint8_t busy = Busy() ? 1 : 0;
   switch (op) {
-    case 0x05:
+    case kOpReadStatus:
       if (p_.family == Family::GlobalUnlock) return (sr_ & 0x7E) | busy | busy << 7;
       return (sr_ & 0xFE) | busy;
-    case 0x35: return 0x00;
-    case 0x15: return fourByteMode_ ? 0x20 : 0x00;
-    case 0x70: return static_cast<uint8_t>((fsr_ & 0x7E) | (busy ? 0 : 0x80) | (fourByteMode_ ? 1 : 0));
-    case 0xD7:  // ready, density code, protection enabled, binary page size
+    case kOpReadStatus2: return 0x00;
+    case kOpReadConfig: return fourByteMode_ ? 0x20 : 0x00;
+    case kOpReadFlagStatus: return static_cast<uint8_t>((fsr_ & 0x7E) | (busy ? 0 : 0x80) | (fourByteMode_ ? 1 : 0));
+    case kOpPageBasedStatus:  // ready, density code, protection enabled, binary page size
       return static_cast<uint8_t>((busy ? 0 : 0x80) | 0x2C | (pageProtect_ ? 2 : 0) | 1);
   }
   return 0xFF;
@@ -164,8 +181,8 @@ uint8_t Chip::ReadOut(size_t pos) {
   if (ignored_ || pos == 0) return 0xFF;
   if (IsStatusOp(p_, op)) return StatusByte(op);
   switch (op) {
-    case 0x9F: return pos - 1 < id_.size() ? id_[pos - 1] : 0xFF;
-    case 0xC8: return p_.fourByte ? ear_ : 0xFF;
+    case kOpReadId: return pos - 1 < id_.size() ? id_[pos - 1] : 0xFF;
+    case kOpReadExtAddr: return p_.fourByte ? ear_ : 0xFF;
   }
   if (readDataStart_ && pos >= readDataStart_) {
     const int alen = AddrLen(op);
@@ -202,8 +219,9 @@ void Chip::Clock(const uint8_t* out, uint8_t* in, size_t n) {
       ignored_ = Busy() && !IsStatusOp(p_, b);
       readDataStart_ = 0;
       const bool fourOk = p_.fourByte || !IsFourByteOp(b);
-      if (fourOk && (b == 0x03 || b == 0x13)) readDataStart_ = 1 + AddrLen(b);
-      if (fourOk && (b == 0x0B || b == 0x0C) && p_.family != Family::Ferro) readDataStart_ = 2 + AddrLen(b);
+      if (fourOk && (b == kOpRead || b == kOpRead4B)) readDataStart_ = 1 + AddrLen(b);
+      if (fourOk && (b == kOpFastRead || b == kOpFastRead4B) && p_.family != Family::Ferro)
+        readDataStart_ = 2 + AddrLen(b);
     }
     const uint8_t r = ReadOut(pos);
     if (in) in[i] = r;
@@ -260,35 +278,35 @@ void Chip::Erase(uint32_t addr, uint32_t len, bool chip) {
   dirty_ = true;
 }
 
-void Chip::Execute() {
+bool Chip::HasAddress(uint8_t op) const { return frame_.size() >= static_cast<size_t>(1 + AddrLen(op)); }
+
+// The page-based family frames its commands differently: four-byte
+// sequences for protection and chip erase, no write enable.
+void Chip::ExecutePageBased() {
+  static const uint8_t kUnprotect[] = {0x3D, 0x2A, 0x7F, 0x9A};
+  static const uint8_t kProtect[] = {0x3D, 0x2A, 0x7F, 0xA9};
+  static const uint8_t kChipErase[] = {0xC7, 0x94, 0x80, 0x9A};
   const size_t n = frame_.size();
   const uint8_t op = frame_[0];
-  const bool wel = (sr_ & 2) != 0;
-  auto needAddr = [&](int alen) { return n >= static_cast<size_t>(1 + alen); };
-
-  if (p_.family == Family::PageBased) {
-    static const uint8_t kUnprotect[] = {0x3D, 0x2A, 0x7F, 0x9A};
-    static const uint8_t kProtect[] = {0x3D, 0x2A, 0x7F, 0xA9};
-    static const uint8_t kChipErase[] = {0xC7, 0x94, 0x80, 0x9A};
-    if (n == 4 && std::memcmp(frame_.data(), kUnprotect, 4) == 0) pageProtect_ = false;
-    else if (n == 4 && std::memcmp(frame_.data(), kProtect, 4) == 0) pageProtect_ = true;
-    else if (n == 4 && std::memcmp(frame_.data(), kChipErase, 4) == 0) {
-      if (!pageProtect_) Erase(0, 0, true);
-    } else if (op == 0x02 && needAddr(3)) {
-      if (!pageProtect_) Program(AddrAt(1, 3), 4);
-    } else if ((op == 0x81 || op == 0x50 || op == 0x7C) && needAddr(3)) {
-      const uint32_t len = op == 0x81 ? 256 : op == 0x50 ? 2 * KiB : 64 * KiB;
-      if (!pageProtect_) Erase(AddrAt(1, 3), len, false);
-    }
-    return;
+  if (n == 4 && std::memcmp(frame_.data(), kUnprotect, 4) == 0) pageProtect_ = false;
+  else if (n == 4 && std::memcmp(frame_.data(), kProtect, 4) == 0) pageProtect_ = true;
+  else if (n == 4 && std::memcmp(frame_.data(), kChipErase, 4) == 0) {
+    if (!pageProtect_) Erase(0, 0, true);
+  } else if (op == kOpPageProgram && HasAddress(op)) {
+    if (!pageProtect_) Program(AddrAt(1, 3), 4);
+  } else if ((op == kOpPageErase || op == kOpPageBasedBlockErase || op == kOpPageBasedSectorErase) &&
+             HasAddress(op)) {
+    const uint32_t len = op == kOpPageErase ? 256 : op == kOpPageBasedBlockErase ? 2 * KiB : 64 * KiB;
+    if (!pageProtect_) Erase(AddrAt(1, 3), len, false);
   }
+}
 
-  const bool fourOk = p_.fourByte || !IsFourByteOp(op);
+// Reset, status and mode registers.
+void Chip::ExecuteRegister(uint8_t op) {
+  const size_t n = frame_.size();
+  const bool wel = (sr_ & 2) != 0;
   switch (op) {
-    case 0x06: sr_ |= 2; return;
-    case 0x04: sr_ &= ~2; return;
-    case 0x66: resetEnabled_ = true; return;
-    case 0x99:
+    case kOpReset:
       if (resetEnabled_) {
         fourByteMode_ = false;
         ear_ = 0;
@@ -296,62 +314,93 @@ void Chip::Execute() {
         fsr_ = 0x80;
       }
       break;
-    case 0x01:
+    case kOpWriteStatus:
       if (wel && n >= 2) {
         if (p_.family != Family::GlobalUnlock) sr_ = static_cast<uint8_t>((sr_ & 0x03) | (frame_[1] & 0xFC));
         sr_ &= ~2;
         if (p_.family != Family::Ferro) StartBusy(2 * ms, false);
       }
       break;
-    case 0x50:
+    case kOpClearFlagStatus:
       if (p_.family == Family::FlagStatus) fsr_ = 0x80;
       break;
-    case 0x98:
+    case kOpGlobalUnlock:
       if (p_.family == Family::GlobalUnlock && wel) {
         globalLock_ = false;
         sr_ &= ~2;
       }
       break;
-    case 0xB7:
-    case 0xE9:
-      if (p_.fourByte) fourByteMode_ = op == 0xB7;
+    case kOpEnter4Byte:
+    case kOpExit4Byte:
+      if (p_.fourByte) fourByteMode_ = op == kOpEnter4Byte;
       break;
-    case 0xC5:
+    case kOpWriteExtAddr:
       if (p_.fourByte && wel && n >= 2) {
         ear_ = frame_[1];
         sr_ &= ~2;
       }
       break;
-    case 0x02:
-    case 0x12:
-      if (!fourOk || !needAddr(AddrLen(op)) || !wel) break;
-      sr_ &= ~2;
-      if (ProtectedNow()) {
-        fsr_ |= 0x12;  // protection error, program error
-      } else if (p_.family == Family::Ferro) {
-        // Ferroelectric: bytes are written in place, no page, no erase, no wait.
-        uint32_t a = AddrAt(1, 2);
-        for (size_t i = 3; i < n; i++, a = static_cast<uint32_t>((a + 1) % mem_.size())) mem_[a] = frame_[i];
-        ApplyStuck(0, static_cast<uint32_t>(mem_.size()));
-        dirty_ = true;
-      } else {
-        Program(AddrAt(1, AddrLen(op)), 1 + AddrLen(op));
-      }
+    default: break;
+  }
+}
+
+// Page program, with 3 or 4 address bytes.
+void Chip::ExecuteProgram(uint8_t op) {
+  const bool fourOk = p_.fourByte || !IsFourByteOp(op);
+  if (!fourOk || !HasAddress(op) || (sr_ & 2) == 0) return;
+  sr_ &= ~2;
+  if (ProtectedNow()) {
+    fsr_ |= 0x12;  // protection error, program error
+  } else if (p_.family == Family::Ferro) {
+    // Ferroelectric: bytes are written in place, no page, no erase, no wait.
+    uint32_t a = AddrAt(1, 2);
+    for (size_t i = 3; i < frame_.size(); i++, a = static_cast<uint32_t>((a + 1) % mem_.size())) mem_[a] = frame_[i];
+    ApplyStuck(0, static_cast<uint32_t>(mem_.size()));
+    dirty_ = true;
+  } else {
+    Program(AddrAt(1, AddrLen(op)), 1 + AddrLen(op));
+  }
+}
+
+// Sector, block and chip erase.
+void Chip::ExecuteErase(uint8_t op) {
+  const bool fourOk = p_.fourByte || !IsFourByteOp(op);
+  if (p_.family == Family::Ferro || !fourOk || (sr_ & 2) == 0) return;
+  const bool chip = op == kOpChipErase || op == kOpChipErase2;
+  if (!chip && !HasAddress(op)) return;
+  sr_ &= ~2;
+  if (ProtectedNow()) {
+    fsr_ |= 0x22;  // protection error, erase error
+    return;
+  }
+  const bool block32 = op == kOpErase32K || op == kOpErase32K4B;
+  const uint32_t len = (op == kOpErase4K || op == kOpErase4K4B) ? 4 * KiB : block32 ? 32 * KiB : 64 * KiB;
+  if (p_.family == Family::GlobalUnlock && block32) return;
+  Erase(chip ? 0 : AddrAt(1, AddrLen(op)), len, chip);
+}
+
+void Chip::Execute() {
+  if (p_.family == Family::PageBased) {
+    ExecutePageBased();
+    return;
+  }
+  const uint8_t op = frame_[0];
+  switch (op) {
+    // The latches: a reset-enable stays armed only up to the next command.
+    case kOpWriteEnable: sr_ |= 2; return;
+    case kOpWriteDisable: sr_ &= ~2; return;
+    case kOpResetEnable: resetEnabled_ = true; return;
+    case kOpReset: case kOpWriteStatus: case kOpClearFlagStatus: case kOpGlobalUnlock:
+    case kOpEnter4Byte: case kOpExit4Byte: case kOpWriteExtAddr:
+      ExecuteRegister(op);
       break;
-    case 0x20: case 0x21: case 0x52: case 0x5C: case 0xD8: case 0xDC: case 0xC7: case 0x60: {
-      if (p_.family == Family::Ferro || !fourOk || !wel) break;
-      const bool chip = op == 0xC7 || op == 0x60;
-      if (!chip && !needAddr(AddrLen(op))) break;
-      sr_ &= ~2;
-      if (ProtectedNow()) {
-        fsr_ |= 0x22;  // protection error, erase error
-        break;
-      }
-      const uint32_t len = (op == 0x20 || op == 0x21) ? 4 * KiB : (op == 0x52 || op == 0x5C) ? 32 * KiB : 64 * KiB;
-      if (p_.family == Family::GlobalUnlock && (op == 0x52 || op == 0x5C)) break;
-      Erase(chip ? 0 : AddrAt(1, AddrLen(op)), len, chip);
+    case kOpPageProgram: case kOpPageProgram4B:
+      ExecuteProgram(op);
       break;
-    }
+    case kOpErase4K: case kOpErase4K4B: case kOpErase32K: case kOpErase32K4B:
+    case kOpErase64K: case kOpErase64K4B: case kOpChipErase: case kOpChipErase2:
+      ExecuteErase(op);
+      break;
     default: break;
   }
   resetEnabled_ = false;

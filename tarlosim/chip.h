@@ -72,7 +72,12 @@ class Chip {
   uint8_t ReadOut(size_t pos);
   int AddrLen(uint8_t op) const;
   uint32_t AddrAt(size_t pos, int len) const;
+  bool HasAddress(uint8_t op) const;  // the frame carries the opcode's address bytes
   void Execute();
+  void ExecutePageBased();
+  void ExecuteRegister(uint8_t op);
+  void ExecuteProgram(uint8_t op);
+  void ExecuteErase(uint8_t op);
   void StartBusy(uint64_t ns, bool never);
   bool ProtectedNow() const;
   void Program(uint32_t addr, size_t dataAt);

@@ -171,7 +171,7 @@ void RenderParam(char* buffer, int size, const SeqParam& param, uint32_t value) 
 
 void LogStep(const SeqAction& action, const SeqStep& step, uint32_t v0, uint32_t v1) {
   char line[512];
-  if (UTIL_stricmp(action.DisplayName, "Write data") == 0) {
+  if (step.Action == SEQ_ACTION_WRITE_DATA) {
     char* p = UTIL_snprintf(line, sizeof(line), "Executing %s - 0x%.2X", action.DisplayName,
                             step.Data[0]);
     const uint32_t count = std::min<uint32_t>(v0, sizeof(step.Data));
@@ -192,7 +192,7 @@ void LogStep(const SeqAction& action, const SeqStep& step, uint32_t v0, uint32_t
     UTIL_snprintf(line, sizeof(line), "Executing %s (%s, %s)", action.DisplayName, p0, p1);
   } else if (has0 || has1) {
     UTIL_snprintf(line, sizeof(line), "Executing %s (%s)", action.DisplayName, has0 ? p0 : p1);
-  } else if (UTIL_stricmp(action.DisplayName, "Comment") == 0) {
+  } else if (step.Action == SEQ_ACTION_COMMENT) {
     char comment[sizeof(step.Comment) + 1];
     UTIL_strcpy(comment, step.Comment, sizeof(comment));
     UTIL_snprintf(line, sizeof(line), "//\r\n   // %s\r\n   //", comment);

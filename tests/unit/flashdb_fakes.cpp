@@ -63,6 +63,7 @@ void PROJECT_GetGeneral(ProjectGeneral* out) { *out = project().general; }
 void PROJECT_GetSequences(ProjectSequences* out) { *out = project().sequences; }
 void PROJECT_GetFlashParams(FlashParams* out) { *out = project().flash; }
 void PROJECT_SetFlashParams(const FlashParams* in) { project().flash = *in; }
+void PROJECT_GetPerformance(ProjectPerformance* out) { std::memset(out, 0, sizeof(*out)); }
 uint32_t PROJECT_GetStepCount(int list) {
   return list == 0 ? project().sequences.NumInitSteps : project().sequences.NumExitSteps;
 }

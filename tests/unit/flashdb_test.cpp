@@ -180,6 +180,7 @@ TEST(ChipTable, EveryRowIsConsistent) {
     for (const auto& set : FLASHDB_CommandSets) knownSet = knownSet || e.Commands == set;
     EXPECT_TRUE(knownSet);
     EXPECT_LT(FLASHDB_Entry4ByteType(e), 4u);
+    EXPECT_LE(FLASHDB_EntryChipClass(e), FLASHPARAMS_CLASS_PAGE_BASED);  // the highest class the command layer knows
     EXPECT_LE(FLASHDB_EntrySizeShift(e), 31u);  // fits the 32-bit address space
     EXPECT_LE(FLASHDB_EntrySectorSizeShift(e), FLASHDB_EntrySizeShift(e));
     EXPECT_LE(FLASHDB_EntryPageSizeShift(e), FLASHDB_EntrySectorSizeShift(e));
