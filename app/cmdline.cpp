@@ -5,7 +5,6 @@
 
 #include <errno.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -34,10 +33,7 @@ constexpr int kExtSize = 256;
 char dataFilePath[kPathSize];   // -open / -saveas; -save writes here
 char projectPath[kPathSize];    // -openprj
 char extension[kExtSize];       // of the path just taken
-char* PellamLogPath = nullptr;
-bool PellamLogEnabled = false;
-char* TarloLogPath = nullptr;
-bool TarloLogEnabled = false;
+SYS_Ptr<char[]> PellamLogPath;  // -pellamlog; null when none or not copied
 
 // One walk over the arguments.
 struct Walk {
@@ -107,10 +103,10 @@ void DefaultSaveRange(uint32_t* start, uint32_t* end) {
 
 bool NextIsRange(const Walk& w) { return w.HasNext() && w.argv[w.argIndex + 1][0] != '-'; }
 
-char* CopyText(const char* text) {
+SYS_Ptr<char[]> CopyText(const char* text) {
   const size_t n = std::strlen(text) + 1;
-  char* copy = static_cast<char*>(SYS_Alloc(static_cast<uint32_t>(n)));
-  if (copy != nullptr) std::memcpy(copy, text, n);
+  SYS_Ptr<char[]> copy = SYS_NewArray<char>(n);
+  if (copy != nullptr) std::memcpy(copy.get(), text, n);
   return copy;
 }
 
@@ -228,27 +224,21 @@ int OptSave(Walk& w, const char* arg, size_t n) {
   return 0;
 }
 
-// Replaces an owned path; the flag stays clear when the copy fails.
-void StorePath(char** path, bool* enabled, const char* name) {
-  std::free(*path);
-  *path = CopyText(name);
-  *enabled = *path != nullptr;
-}
-
 int OptPellamLog(Walk& w, const char* arg, size_t n) {
   char name[kPathSize];
   if (TakeFileName(w, arg, n, name) < 0) {
     LOG_Error("Missing command line parameter after option \"-pellamlog\".\n");
     return -1;
   }
-  StorePath(&PellamLogPath, &PellamLogEnabled, name);
+  PellamLogPath.reset();
+  PellamLogPath = CopyText(name);
   // From here on the file keeps a copy of everything printed on standard
   // output; an earlier log file is closed. A file that cannot be created
   // costs the copy, not the run.
-  if (!PellamLogEnabled) {
+  if (PellamLogPath == nullptr) {
     LOG_SetCopyFile(nullptr);
-  } else if (LOG_SetCopyFile(PellamLogPath) != 0) {
-    LOG_Warning("Could not create Pellam log file [%s] (%s).", PellamLogPath, std::strerror(errno));
+  } else if (LOG_SetCopyFile(PellamLogPath.get()) != 0) {
+    LOG_Warning("Could not create Pellam log file [%s] (%s).", PellamLogPath.get(), std::strerror(errno));
   }
   return 0;
 }
@@ -259,8 +249,7 @@ int OptTarloLog(Walk& w, const char* arg, size_t n) {
     LOG_Error("Missing command line parameter after option \"-tarlolog\".\n");
     return -1;
   }
-  StorePath(&TarloLogPath, &TarloLogEnabled, name);
-  SPI_SetTarloLogPath(TarloLogEnabled ? TarloLogPath : nullptr);
+  SPI_SetTarloLogPath(name);
   return 0;
 }
 

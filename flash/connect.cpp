@@ -36,8 +36,8 @@ uint32_t ChipEraseTimeout = kChipEraseTimeoutMs;
 bool ConnectionOverrideSet = false;
 ConnectionChoice ConnectionOverride = {};
 
-bool TarloLogEnabled = false;
-char TarloLogPath[512] = "";
+// The -tarlolog file, owned here for the whole run; null: no library log.
+SYS_Ptr<char[]> TarloLogPath;
 
 constexpr int kSpiInterface = 5;
 constexpr uint32_t kSpiInterfaceBit = 1u << kSpiInterface;
@@ -75,8 +75,8 @@ void QuietLibrary() {
   TARLOARM_ExecCommand("SupressInfoUpdateFW", nullptr, 0);  // the library's own spelling
   TARLOARM_ExecCommand("SilentUpdateFW", nullptr, 0);
   char logPath[512];
-  UTIL_strcpy(logPath, TarloLogPath, sizeof(logPath));
-  TARLOARM_SetLogFile(TarloLogEnabled ? logPath : nullptr);
+  UTIL_strcpy(logPath, TarloLogPath != nullptr ? TarloLogPath.get() : "", sizeof(logPath));
+  TARLOARM_SetLogFile(TarloLogPath != nullptr ? logPath : nullptr);
 }
 
 // Announces the selection (inside an operation) and selects the probe:
@@ -178,8 +178,11 @@ void SPI_SetConnectionOverride(const ConnectionChoice* choice) {
 }
 
 void SPI_SetTarloLogPath(const char* path) {
-  TarloLogEnabled = path != nullptr;
-  UTIL_strcpy(TarloLogPath, path ? path : "", sizeof(TarloLogPath));
+  TarloLogPath.reset();
+  if (path == nullptr) return;
+  const size_t size = std::strlen(path) + 1;
+  TarloLogPath = SYS_NewArray<char>(size);
+  if (TarloLogPath != nullptr) std::memcpy(TarloLogPath.get(), path, size);
 }
 
 void SPI_SetTargetPower(uint32_t enabled, uint32_t delayMs) {

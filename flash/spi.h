@@ -27,8 +27,10 @@ struct ConnectionChoice {
 // connection keys; null goes back to the project's. The host name is copied
 // and terminated.
 void SPI_SetConnectionOverride(const ConnectionChoice* choice);
-// The file the probe library logs to from the next open on (copied, at most
-// 511 bytes); null: no library log.
+// The file the probe library logs to from the next open on; null: no library
+// log. The connection layer keeps its own copy (the program's only one) and
+// hands at most 511 bytes of it to the library; when the copy cannot be
+// allocated there is no library log.
 void SPI_SetTarloLogPath(const char* path);
 // Target power for later opens and closes: enabled non-zero switches the
 // probe's supply on at open and off at close, waiting delayMs after each.
