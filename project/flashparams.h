@@ -42,6 +42,8 @@ struct FlashParams {
   uint32_t SectorSizeShift;
   uint8_t  abID[3];
   uint8_t  ChipClass;
+
+  bool operator==(const FlashParams&) const = default;
 };
 
 // Derived geometry.

@@ -1,6 +1,6 @@
 // The open project: fixed records held in memory and kept in a project file
-// through the settings store. Records are compared byte-wise, so every record
-// is normalised (zero padding, unused steps zeroed) before it is compared.
+// through the settings store. A setter counts a change only when the
+// normalised record differs from the held one.
 #include "project/project.h"
 
 #include <cstring>
@@ -55,27 +55,22 @@ void CopyText(char* dest, size_t size, const char* src) {
   }
 }
 
-// ---- normalising copies (field by field, so padding stays zero) ----
+// ---- normalising copies ----
+// Records compare field by field (padding is never looked at), but strings
+// compare over their whole array: the bytes after the terminator are zeroed,
+// and steps beyond the step counts too, so that only what a file can hold
+// decides whether a record changed.
 
-ProjectGeneral Normal(const ProjectGeneral& in) {
-  ProjectGeneral out;
-  memset(&out, 0, sizeof out);
-  CopyText(out.CurrentFile, sizeof out.CurrentFile, in.CurrentFile);
-  CopyText(out.HostName, sizeof out.HostName, in.HostName);
-  out.DataFileSAddr = in.DataFileSAddr;
-  out.USBSerialNo = in.USBSerialNo;
-  out.ConnectMode = in.ConnectMode;
-  out.USBPort = in.USBPort;
-  out.GUIMode = in.GUIMode;
-  return out;
+void PadText(char* text, size_t size) {
+  const size_t n = strnlen(text, size - 1);
+  memset(text + n, 0, size - n);
 }
 
-void NormalStep(SeqStep& out, const SeqStep& in) {
-  CopyText(out.Comment, sizeof out.Comment, in.Comment);
-  memcpy(out.Data, in.Data, sizeof out.Data);
-  out.Value0 = in.Value0;
-  out.Value1 = in.Value1;
-  out.Action = in.Action;
+ProjectGeneral Normal(const ProjectGeneral& in) {
+  ProjectGeneral out = in;
+  PadText(out.CurrentFile, sizeof out.CurrentFile);
+  PadText(out.HostName, sizeof out.HostName);
+  return out;
 }
 
 // The sequence record is large; callers pass the destination.
@@ -84,58 +79,22 @@ void Normal(ProjectSequences& out, const ProjectSequences& in) {
   out.NumInitSteps = in.NumInitSteps > SEQ_MAX_STEPS ? SEQ_MAX_STEPS : in.NumInitSteps;
   out.NumExitSteps = in.NumExitSteps > SEQ_MAX_STEPS ? SEQ_MAX_STEPS : in.NumExitSteps;
   out.Speed0 = in.Speed0;
-  for (uint32_t i = 0; i < out.NumInitSteps; ++i) NormalStep(out.InitSteps[i], in.InitSteps[i]);
-  for (uint32_t i = 0; i < out.NumExitSteps; ++i) NormalStep(out.ExitSteps[i], in.ExitSteps[i]);
-}
-
-FlashParams Normal(const FlashParams& in) {
-  FlashParams out;
-  memset(&out, 0, sizeof out);
-  out.CmdWriteEnable = in.CmdWriteEnable;
-  out.CmdWriteDisable = in.CmdWriteDisable;
-  out.CmdReadID = in.CmdReadID;
-  out.CmdReadStatus = in.CmdReadStatus;
-  out.CmdWriteStatus = in.CmdWriteStatus;
-  out.CmdReadData = in.CmdReadData;
-  out.CmdWritePage = in.CmdWritePage;
-  out.CmdEraseSector = in.CmdEraseSector;
-  out.CmdEraseBulk = in.CmdEraseBulk;
-  out.CmdEnter4ByteMode = in.CmdEnter4ByteMode;
-  out.CmdExit4ByteMode = in.CmdExit4ByteMode;
-  out.NumAddrBytes = in.NumAddrBytes;
-  out.Dedicated4BAddrMode = in.Dedicated4BAddrMode;
-  out.StatusIsReadyBit = in.StatusIsReadyBit;
-  out.StatusBitPos = in.StatusBitPos;
-  out.AutoDetect = in.AutoDetect;
-  out.FlashType = in.FlashType;
-  out.NumPages = in.NumPages;
-  out.PageSizeShift = in.PageSizeShift;
-  out.SectorSizeShift = in.SectorSizeShift;
-  memcpy(out.abID, in.abID, sizeof out.abID);
-  out.ChipClass = in.ChipClass;
-  return out;
-}
-
-ProjectProduction Normal(const ProjectProduction& in) {
-  ProjectProduction out;
-  memset(&out, 0, sizeof out);
-  out.TargetPowerDelay = in.TargetPowerDelay;
-  out.EraseType = in.EraseType;
-  out.AutoPerformsErase = in.AutoPerformsErase;
-  out.AutoPerformsProgram = in.AutoPerformsProgram;
-  out.AutoPerformsVerify = in.AutoPerformsVerify;
-  out.EnableTargetPower = in.EnableTargetPower;
-  out.PerformCompare = in.PerformCompare;
-  return out;
+  for (uint32_t i = 0; i < out.NumInitSteps; ++i) {
+    out.InitSteps[i] = in.InitSteps[i];
+    PadText(out.InitSteps[i].Comment, sizeof out.InitSteps[i].Comment);
+  }
+  for (uint32_t i = 0; i < out.NumExitSteps; ++i) {
+    out.ExitSteps[i] = in.ExitSteps[i];
+    PadText(out.ExitSteps[i].Comment, sizeof out.ExitSteps[i].Comment);
+  }
 }
 
 // Takes a normalised record when it differs; counts the change.
 template <typename T>
 void Take(T& stored, const T& normal) {
-  if (memcmp(&stored, &normal, sizeof normal) != 0) {
-    memcpy(&stored, &normal, sizeof normal);
-    ++p.modified;
-  }
+  if (stored == normal) return;
+  stored = normal;
+  ++p.modified;
 }
 
 void HandOverTargetPower() {
@@ -326,8 +285,7 @@ void PROJECT_SetGeneral(const ProjectGeneral* in) {
 
 int PROJECT_GeneralDiffers(const ProjectGeneral* in) {
   if (in == nullptr) return 0;
-  const ProjectGeneral n = Normal(*in);
-  return memcmp(&n, &p.r.general, sizeof n) != 0 ? 1 : 0;
+  return Normal(*in) == p.r.general ? 0 : 1;
 }
 
 const char* PROJECT_GetDataFile(uint32_t* address) {
@@ -357,7 +315,7 @@ void PROJECT_SetDataFile(const char* name, uint32_t address) {
 void PROJECT_GetSequences(ProjectSequences* out) {
   if (out == nullptr) return;
   memset(out, 0, sizeof *out);
-  if (RequireOpen()) memcpy(out, &p.r.sequences, sizeof *out);
+  if (RequireOpen()) *out = p.r.sequences;
 }
 
 void PROJECT_SetSequences(const ProjectSequences* in) {
@@ -371,7 +329,7 @@ int PROJECT_SequencesDiffer(const ProjectSequences* in) {
   if (in == nullptr) return 0;
   static ProjectSequences n;
   Normal(n, *in);
-  return memcmp(&n, &p.r.sequences, sizeof n) != 0 ? 1 : 0;
+  return n == p.r.sequences ? 0 : 1;
 }
 
 uint32_t PROJECT_GetStepCount(int list) {
@@ -394,13 +352,12 @@ void PROJECT_GetFlashParams(FlashParams* out) {
 
 void PROJECT_SetFlashParams(const FlashParams* in) {
   if (in == nullptr || !RequireOpen()) return;
-  Take(p.r.flash, Normal(*in));
+  Take(p.r.flash, *in);
 }
 
 int PROJECT_FlashParamsDiffer(const FlashParams* in) {
   if (in == nullptr) return 0;
-  const FlashParams n = Normal(*in);
-  return memcmp(&n, &p.r.flash, sizeof n) != 0 ? 1 : 0;
+  return *in == p.r.flash ? 0 : 1;
 }
 
 void PROJECT_GetProduction(ProjectProduction* out) {
@@ -411,14 +368,13 @@ void PROJECT_GetProduction(ProjectProduction* out) {
 
 void PROJECT_SetProduction(const ProjectProduction* in) {
   if (in == nullptr || !RequireOpen()) return;
-  Take(p.r.production, Normal(*in));
+  Take(p.r.production, *in);
   HandOverTargetPower();
 }
 
 int PROJECT_ProductionDiffers(const ProjectProduction* in) {
   if (in == nullptr) return 0;
-  const ProjectProduction n = Normal(*in);
-  return memcmp(&n, &p.r.production, sizeof n) != 0 ? 1 : 0;
+  return *in == p.r.production ? 0 : 1;
 }
 
 void PROJECT_GetPerformance(ProjectPerformance* out) {
@@ -434,7 +390,7 @@ void PROJECT_SetPerformance(const ProjectPerformance* in) {
 
 int PROJECT_PerformanceDiffers(const ProjectPerformance* in) {
   if (in == nullptr) return 0;
-  return in->DisableSkipBlankDataOnProgram != p.r.performance.DisableSkipBlankDataOnProgram ? 1 : 0;
+  return *in == p.r.performance ? 0 : 1;
 }
 
 void PROJECT_SetDisconnectHook(void (*hook)(void)) { p.disconnect = hook; }

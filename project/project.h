@@ -22,6 +22,8 @@ struct ProjectGeneral {
   uint8_t  ConnectMode;   // PROJECT_CONNECT_*
   uint8_t  USBPort;
   uint8_t  GUIMode;
+
+  bool operator==(const ProjectGeneral&) const = default;
 };
 
 struct ProjectSequences {
@@ -30,6 +32,8 @@ struct ProjectSequences {
   uint32_t NumInitSteps;
   uint32_t NumExitSteps;
   uint32_t Speed0;        // interface speed in kHz (the target-interface block)
+
+  bool operator==(const ProjectSequences&) const = default;
 };
 
 struct ProjectProduction {
@@ -40,10 +44,14 @@ struct ProjectProduction {
   uint8_t  AutoPerformsVerify;
   uint8_t  EnableTargetPower;
   uint8_t  PerformCompare;
+
+  bool operator==(const ProjectProduction&) const = default;
 };
 
 struct ProjectPerformance {
   uint8_t DisableSkipBlankDataOnProgram;
+
+  bool operator==(const ProjectPerformance&) const = default;
 };
 
 int  PROJECT_Open(const char* fileName);     // 0, -2; -1 when the current project can't be closed

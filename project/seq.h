@@ -14,6 +14,8 @@ struct SeqStep {
   uint32_t Value0;
   uint32_t Value1;
   uint32_t Action;
+
+  bool operator==(const SeqStep&) const = default;
 };
 
 constexpr int SEQ_MAX_STEPS = 256;

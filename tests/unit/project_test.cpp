@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -218,6 +219,95 @@ TEST_F(ProjectTest, SettersCountOnlyChanges) {
   EXPECT_EQ("ERROR: Too large file name.\n", testing::internal::GetCapturedStdout());
   EXPECT_STREQ("a.hex", PROJECT_GetDataFile(&addr));
   EXPECT_EQ(0x200u, addr);  // the address was taken first
+}
+
+// Flips a byte of a record where no field is (padding) or anywhere else.
+void Poke(void* record, size_t offset) { static_cast<uint8_t*>(record)[offset] ^= 0x5A; }
+
+// Each setter counts a change exactly when its comparing query says the
+// record differs: padding, bytes after a string's terminator and steps beyond
+// the step counts are no difference, every field is.
+TEST_F(ProjectTest, SettersAndQueriesAgreeOnEveryRecord) {
+  const std::string text = "[GENERAL]\r\nHostName = \"h\"\r\n[CPU]\r\nNumInitSteps = 1\r\n"
+                           "InitStep0_Action = \"Delay\"\r\nInitStep0_Comment = \"c\"\r\n";
+  struct Case {
+    const char* what;
+    int differs;
+    int (*apply)(void);  // changes one record through its setter, returns the query's answer
+  };
+  static auto flash = [](void (*change)(FlashParams&)) {
+    FlashParams f;
+    PROJECT_GetFlashParams(&f);
+    change(f);
+    const int d = PROJECT_FlashParamsDiffer(&f);
+    PROJECT_SetFlashParams(&f);
+    return d;
+  };
+  static auto production = [](void (*change)(ProjectProduction&)) {
+    ProjectProduction r;
+    PROJECT_GetProduction(&r);
+    change(r);
+    const int d = PROJECT_ProductionDiffers(&r);
+    PROJECT_SetProduction(&r);
+    return d;
+  };
+  static auto performance = [](uint8_t value) {
+    ProjectPerformance r;
+    PROJECT_GetPerformance(&r);
+    r.DisableSkipBlankDataOnProgram = value;
+    const int d = PROJECT_PerformanceDiffers(&r);
+    PROJECT_SetPerformance(&r);
+    return d;
+  };
+  static auto general = [](void (*change)(ProjectGeneral&)) {
+    ProjectGeneral r;
+    PROJECT_GetGeneral(&r);
+    change(r);
+    const int d = PROJECT_GeneralDiffers(&r);
+    PROJECT_SetGeneral(&r);
+    return d;
+  };
+  static auto sequences = [](void (*change)(ProjectSequences&)) {
+    std::unique_ptr<ProjectSequences> r(new ProjectSequences);
+    PROJECT_GetSequences(r.get());
+    change(*r);
+    const int d = PROJECT_SequencesDiffer(r.get());
+    PROJECT_SetSequences(r.get());
+    return d;
+  };
+  const Case cases[] = {
+      {"flash unchanged", 0, [] { return flash([](FlashParams&) {}); }},
+      {"flash padding", 0, [] { return flash([](FlashParams& f) { Poke(&f, offsetof(FlashParams, StatusBitPos) + 1); }); }},
+      {"flash ChipClass", 1, [] { return flash([](FlashParams& f) { f.ChipClass = 9; }); }},
+      {"flash abID", 1, [] { return flash([](FlashParams& f) { f.abID[2] = 1; }); }},
+      {"production padding", 0,
+       [] { return production([](ProjectProduction& r) { Poke(&r, sizeof r - 1); }); }},
+      {"production PerformCompare", 1, [] { return production([](ProjectProduction& r) { r.PerformCompare = 3; }); }},
+      {"performance unchanged", 0, [] { return performance(0); }},
+      {"performance changed", 1, [] { return performance(2); }},
+      {"general after terminator", 0, [] { return general([](ProjectGeneral& r) { r.CurrentFile[100] = 'x'; }); }},
+      {"general padding", 0, [] { return general([](ProjectGeneral& r) { Poke(&r, sizeof r - 1); }); }},
+      {"general HostName", 1, [] { return general([](ProjectGeneral& r) { r.HostName[0] = 'H'; }); }},
+      {"steps beyond the count", 0, [] { return sequences([](ProjectSequences& r) { r.InitSteps[1].Value0 = 1; }); }},
+      {"comment after terminator", 0,
+       [] { return sequences([](ProjectSequences& r) { r.InitSteps[0].Comment[50] = 'x'; }); }},
+      {"step count above 256", 1, [] { return sequences([](ProjectSequences& r) { r.NumExitSteps = 999; }); }},
+      {"step data", 1, [] { return sequences([](ProjectSequences& r) { r.InitSteps[0].Data[15] = 1; }); }},
+  };
+  for (const Case& c : cases) {
+    ASSERT_EQ(0, OpenText(text));
+    EXPECT_EQ(c.differs, c.apply()) << c.what;
+    EXPECT_EQ(c.differs, PROJECT_IsModified()) << c.what;
+    // The same record again is no change; the counter shows it after a save.
+    const std::string out = dir_ + "/again.pellam";
+    if (c.differs) {
+      testing::internal::CaptureStdout();
+      ASSERT_EQ(0, PROJECT_SaveAs(out.c_str()));
+      testing::internal::GetCapturedStdout();
+    }
+    EXPECT_EQ(0, c.apply()) << c.what;
+    EXPECT_EQ(0, PROJECT_IsModified()) << c.what;
+  }
 }
 
 TEST_F(ProjectTest, NewProjectDefaults) {
