@@ -332,6 +332,18 @@ int PROJECT_SequencesDiffer(const ProjectSequences* in) {
   return n == p.r.sequences ? 0 : 1;
 }
 
+uint32_t PROJECT_GetInterfaceSpeed(void) {
+  return RequireOpen() ? p.r.sequences.Speed0 : 0;
+}
+
+// The sequence setter with only Speed0 changed: no clamp (that is loading's),
+// one change counted when the value differs.
+void PROJECT_SetInterfaceSpeed(uint32_t kHz) {
+  if (!RequireOpen() || p.r.sequences.Speed0 == kHz) return;
+  p.r.sequences.Speed0 = kHz;
+  ++p.modified;
+}
+
 uint32_t PROJECT_GetStepCount(int list) {
   if (SETTINGS_IsOpen() != 1) return 0;
   return list == 0 ? p.r.sequences.NumInitSteps : list == 1 ? p.r.sequences.NumExitSteps : 0;

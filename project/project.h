@@ -75,6 +75,8 @@ void PROJECT_SetDataFile(const char* name, uint32_t address);
 void PROJECT_GetSequences(ProjectSequences* out);
 void PROJECT_SetSequences(const ProjectSequences* in);
 int  PROJECT_SequencesDiffer(const ProjectSequences* in);
+uint32_t PROJECT_GetInterfaceSpeed(void);
+void PROJECT_SetInterfaceSpeed(uint32_t kHz);
 uint32_t PROJECT_GetStepCount(int list);     // 0 init, 1 exit
 void PROJECT_GetStep(int list, uint32_t index, SeqStep* out);
 void PROJECT_GetFlashParams(FlashParams* out);

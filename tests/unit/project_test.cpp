@@ -310,6 +310,55 @@ TEST_F(ProjectTest, SettersAndQueriesAgreeOnEveryRecord) {
   }
 }
 
+// The narrow speed accessors behave as the sequence record's getter and
+// setter with only Speed0 changed: the same value, the same count of
+// changes, the same saved file, the same complaint without a project.
+TEST_F(ProjectTest, InterfaceSpeedIsTheSequenceRecordsSpeed) {
+  struct Outcome {
+    uint32_t speed;
+    int modified;
+    std::string saved;
+    bool operator==(const Outcome&) const = default;
+  };
+  auto run = [&](uint32_t speed, bool narrow) {
+    EXPECT_EQ(0, OpenText("[JTAG]\r\nSpeed0 = 8000\r\n[CPU]\r\nNumInitSteps = 1\r\n"));
+    std::unique_ptr<ProjectSequences> seq(new ProjectSequences);
+    for (int twice = 0; twice < 2; ++twice) {
+      if (narrow) {
+        PROJECT_SetInterfaceSpeed(speed);
+      } else {
+        PROJECT_GetSequences(seq.get());
+        seq->Speed0 = speed;
+        PROJECT_SetSequences(seq.get());
+      }
+    }
+    Outcome o{PROJECT_GetInterfaceSpeed(), PROJECT_IsModified(), ""};
+    PROJECT_GetSequences(seq.get());
+    EXPECT_EQ(seq->Speed0, o.speed);
+    const std::string out = dir_ + "/speed.pellam";
+    testing::internal::CaptureStdout();
+    PROJECT_SaveAs(out.c_str());
+    testing::internal::GetCapturedStdout();
+    o.saved = ReadFile(out);
+    return o;
+  };
+  for (uint32_t speed : {8000u, 4000u, 0u, 500u, 30000u, 0xFFFFFFFFu}) {
+    const Outcome wide = run(speed, false);
+    EXPECT_TRUE(wide == run(speed, true)) << speed;
+    EXPECT_EQ(speed, wide.speed);  // no clamp when set
+    EXPECT_EQ(speed != 8000u ? 1 : 0, wide.modified);
+  }
+
+  testing::internal::CaptureStdout();
+  PROJECT_Close();
+  testing::internal::GetCapturedStdout();
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(0u, PROJECT_GetInterfaceSpeed());
+  PROJECT_SetInterfaceSpeed(100);
+  EXPECT_EQ("ERROR: No project file opened.\nERROR: No project file opened.\n",
+            testing::internal::GetCapturedStdout());
+}
+
 TEST_F(ProjectTest, NewProjectDefaults) {
   testing::internal::CaptureStdout();
   ASSERT_EQ(0, PROJECT_New(nullptr));
