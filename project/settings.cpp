@@ -11,6 +11,7 @@
 
 #include "app/log.h"
 #include "project/settings_internal.h"
+#include "project/settings_scan.h"
 #include "sys/sys.h"
 #include "util/util.h"
 
@@ -23,7 +24,11 @@ constexpr int kLineSize = 2048;
 constexpr int kArrayLineSize = 4096;
 constexpr int kIndexSetBudget = 3968;
 
-inline char Lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+// Project files compare names without regard to case, and a key is followed
+// by blanks and '=' or '['.
+constexpr SettingsScanRules kRules{true, true, true};
+
+inline char Lower(char c) { return SettingsScan::Lower(c); }
 
 // A header or key name inside the text, with the segment it belongs to (a
 // segment is the run of lines from one line starting with '[' to the next;
@@ -141,39 +146,16 @@ bool Grow(uint32_t n) {
   return true;
 }
 
-inline bool IsBlank(char c) { return c == ' ' || c == '\t'; }
-inline bool IsEol(char c) { return c == '\r' || c == '\n'; }
+SettingsScan Scan() { return SettingsScan{g.text, g.length, kRules}; }
+inline bool IsBlank(char c) { return SettingsScan::IsBlank(c); }
+inline bool IsEol(char c) { return SettingsScan::IsEol(c); }
 // Ends the name at the start of a key line.
 inline bool EndsKeyName(char c) { return IsBlank(c) || IsEol(c) || c == '=' || c == '['; }
 
-// Case-insensitive match of `name` at `t` (t is zero-terminated, so a short
-// text stops at its terminator).
-bool MatchI(const char* t, const char* name, size_t n) {
-  for (size_t i = 0; i < n; ++i) {
-    if (Lower(t[i]) != Lower(name[i])) return false;
-  }
-  return true;
-}
-
-uint32_t SkipBlanks(uint32_t p) {
-  while (p < g.length && IsBlank(g.text[p])) ++p;
-  return p;
-}
-uint32_t LineEnd(uint32_t p) {
-  while (p < g.length && !IsEol(g.text[p])) ++p;
-  return p;
-}
-// Start of the next line after the line end at `e` (runs of CR/LF are one break).
-uint32_t NextLine(uint32_t e) {
-  while (e < g.length && IsEol(g.text[e])) ++e;
-  return e;
-}
-// Position just after the line break that ends the line at `e`.
-uint32_t PastBreak(uint32_t e) {
-  if (e < g.length && g.text[e] == '\r') ++e;
-  if (e < g.length && g.text[e] == '\n') ++e;
-  return e;
-}
+uint32_t SkipBlanks(uint32_t p) { return Scan().SkipBlanks(p); }
+uint32_t LineEnd(uint32_t p) { return Scan().LineEnd(p); }
+uint32_t NextLine(uint32_t e) { return Scan().NextLine(e); }
+uint32_t PastBreak(uint32_t e) { return Scan().PastBreak(e); }
 
 bool HasName(const char* s) { return s != nullptr && s[0] != '\0'; }
 
@@ -181,34 +163,11 @@ bool HasName(const char* s) { return s != nullptr && s[0] != '\0'; }
 uint32_t FindSection(const char* section) {
   if (!HasName(section)) return g.text != nullptr ? 0 : kNotFound;
   if (g.text == nullptr) return kNotFound;
-  const size_t n = strlen(section);
-  for (uint32_t p = NextLine(0); p < g.length;) {
-    const uint32_t q = SkipBlanks(p);
-    const uint32_t e = LineEnd(p);
-    if (g.text[q] == '[' && e - q > n + 1 && MatchI(g.text + q + 1, section, n) &&
-        g.text[q + 1 + n] == ']') {
-      return e < g.length ? PastBreak(e) : kNotFound;
-    }
-    p = NextLine(e);
-  }
-  return kNotFound;
+  return Scan().FindSection(section);
 }
 
 // Start of the key's line (indentation included) within the section body.
-uint32_t FindKey(uint32_t body, const char* key) {
-  const size_t n = strlen(key);
-  for (uint32_t p = NextLine(body); p < g.length;) {
-    const uint32_t q = SkipBlanks(p);
-    if (g.text[q] == '[') return kNotFound;
-    const uint32_t e = LineEnd(p);
-    if (e - q >= n && MatchI(g.text + q, key, n)) {
-      const uint32_t r = SkipBlanks(q + static_cast<uint32_t>(n));
-      if (r < g.length && (g.text[r] == '=' || g.text[r] == '[')) return p;
-    }
-    p = NextLine(e);
-  }
-  return kNotFound;
-}
+uint32_t FindKey(uint32_t body, const char* key) { return Scan().FindKey(body, key); }
 
 std::string_view View(uint32_t from, uint32_t to) { return {g.text + from, to - from}; }
 
@@ -289,10 +248,7 @@ bool Splice(uint32_t pos, uint32_t removeLen, const char* insert, uint32_t inser
   const uint64_t newLen = static_cast<uint64_t>(g.length) - removeLen + insertLen;
   if (newLen >= 0x7FFFFFFFu || !Grow(static_cast<uint32_t>(newLen))) return false;
   g.index.valid = false;
-  memmove(g.text + pos + insertLen, g.text + pos + removeLen, g.length - pos - removeLen);
-  if (insertLen != 0) memcpy(g.text + pos, insert, insertLen);
-  g.length = static_cast<uint32_t>(newLen);
-  g.text[g.length] = '\0';
+  g.length = SETTINGS_SpliceText(g.text, g.length, pos, removeLen, insert, insertLen);
   return true;
 }
 
@@ -365,7 +321,7 @@ struct Parser {
   int32_t KeyPrefix(const char* key) {
     Blanks();
     const size_t n = strlen(key);
-    if (!MatchI(g.text + pos, key, n)) {
+    if (!Scan().Match(pos, key, n)) {
       char msg[256];
       UTIL_snprintf(msg, sizeof msg, "Expected \"%s\"", key);
       Fail(msg);
