@@ -73,8 +73,10 @@ ProjectGeneral Normal(const ProjectGeneral& in) {
   return out;
 }
 
-// The sequence record is large; callers pass the destination.
-void Normal(ProjectSequences& out, const ProjectSequences& in) {
+// The sequence record is large: the result is a buffer of this function's,
+// valid until its next call.
+const ProjectSequences& Normal(const ProjectSequences& in) {
+  static ProjectSequences out;
   memset(&out, 0, sizeof out);
   out.NumInitSteps = in.NumInitSteps > SEQ_MAX_STEPS ? SEQ_MAX_STEPS : in.NumInitSteps;
   out.NumExitSteps = in.NumExitSteps > SEQ_MAX_STEPS ? SEQ_MAX_STEPS : in.NumExitSteps;
@@ -87,6 +89,13 @@ void Normal(ProjectSequences& out, const ProjectSequences& in) {
     out.ExitSteps[i] = in.ExitSteps[i];
     PadText(out.ExitSteps[i].Comment, sizeof out.ExitSteps[i].Comment);
   }
+  return out;
+}
+
+// The records without strings or steps are compared as they are.
+template <typename T>
+const T& Normal(const T& in) {
+  return in;
 }
 
 // Takes a normalised record when it differs; counts the change.
@@ -95,6 +104,27 @@ void Take(T& stored, const T& normal) {
   if (stored == normal) return;
   stored = normal;
   ++p.modified;
+}
+
+// The common shape of a record's getter, setter and comparing query.
+template <typename T>
+void GetRecord(T* out, const T& held) {
+  if (out == nullptr) return;
+  memset(out, 0, sizeof *out);
+  if (RequireOpen()) *out = held;
+}
+
+template <typename T>
+bool SetRecord(T& held, const T* in) {
+  if (in == nullptr || !RequireOpen()) return false;
+  Take(held, Normal(*in));
+  return true;
+}
+
+template <typename T>
+int RecordDiffers(const T* in, const T& held) {
+  if (in == nullptr) return 0;
+  return Normal(*in) == held ? 0 : 1;
 }
 
 void HandOverTargetPower() {
@@ -272,21 +302,11 @@ const char* PROJECT_GetName(void) {
 
 // ---------------------------------------------------------------- records
 
-void PROJECT_GetGeneral(ProjectGeneral* out) {
-  if (out == nullptr) return;
-  memset(out, 0, sizeof *out);
-  if (RequireOpen()) *out = p.r.general;
-}
+void PROJECT_GetGeneral(ProjectGeneral* out) { GetRecord(out, p.r.general); }
 
-void PROJECT_SetGeneral(const ProjectGeneral* in) {
-  if (in == nullptr || !RequireOpen()) return;
-  Take(p.r.general, Normal(*in));
-}
+void PROJECT_SetGeneral(const ProjectGeneral* in) { SetRecord(p.r.general, in); }
 
-int PROJECT_GeneralDiffers(const ProjectGeneral* in) {
-  if (in == nullptr) return 0;
-  return Normal(*in) == p.r.general ? 0 : 1;
-}
+int PROJECT_GeneralDiffers(const ProjectGeneral* in) { return RecordDiffers(in, p.r.general); }
 
 const char* PROJECT_GetDataFile(uint32_t* address) {
   if (address != nullptr) *address = 0;
@@ -312,25 +332,11 @@ void PROJECT_SetDataFile(const char* name, uint32_t address) {
   }
 }
 
-void PROJECT_GetSequences(ProjectSequences* out) {
-  if (out == nullptr) return;
-  memset(out, 0, sizeof *out);
-  if (RequireOpen()) *out = p.r.sequences;
-}
+void PROJECT_GetSequences(ProjectSequences* out) { GetRecord(out, p.r.sequences); }
 
-void PROJECT_SetSequences(const ProjectSequences* in) {
-  if (in == nullptr || !RequireOpen()) return;
-  static ProjectSequences n;
-  Normal(n, *in);
-  Take(p.r.sequences, n);
-}
+void PROJECT_SetSequences(const ProjectSequences* in) { SetRecord(p.r.sequences, in); }
 
-int PROJECT_SequencesDiffer(const ProjectSequences* in) {
-  if (in == nullptr) return 0;
-  static ProjectSequences n;
-  Normal(n, *in);
-  return n == p.r.sequences ? 0 : 1;
-}
+int PROJECT_SequencesDiffer(const ProjectSequences* in) { return RecordDiffers(in, p.r.sequences); }
 
 uint32_t PROJECT_GetInterfaceSpeed(void) {
   return RequireOpen() ? p.r.sequences.Speed0 : 0;
@@ -356,53 +362,26 @@ void PROJECT_GetStep(int list, uint32_t index, SeqStep* out) {
   *out = list == 0 ? p.r.sequences.InitSteps[index] : p.r.sequences.ExitSteps[index];
 }
 
-void PROJECT_GetFlashParams(FlashParams* out) {
-  if (out == nullptr) return;
-  memset(out, 0, sizeof *out);
-  if (RequireOpen()) *out = p.r.flash;
-}
+void PROJECT_GetFlashParams(FlashParams* out) { GetRecord(out, p.r.flash); }
 
-void PROJECT_SetFlashParams(const FlashParams* in) {
-  if (in == nullptr || !RequireOpen()) return;
-  Take(p.r.flash, *in);
-}
+void PROJECT_SetFlashParams(const FlashParams* in) { SetRecord(p.r.flash, in); }
 
-int PROJECT_FlashParamsDiffer(const FlashParams* in) {
-  if (in == nullptr) return 0;
-  return *in == p.r.flash ? 0 : 1;
-}
+int PROJECT_FlashParamsDiffer(const FlashParams* in) { return RecordDiffers(in, p.r.flash); }
 
-void PROJECT_GetProduction(ProjectProduction* out) {
-  if (out == nullptr) return;
-  memset(out, 0, sizeof *out);
-  if (RequireOpen()) *out = p.r.production;
-}
+void PROJECT_GetProduction(ProjectProduction* out) { GetRecord(out, p.r.production); }
 
 void PROJECT_SetProduction(const ProjectProduction* in) {
-  if (in == nullptr || !RequireOpen()) return;
-  Take(p.r.production, *in);
-  HandOverTargetPower();
+  if (SetRecord(p.r.production, in)) HandOverTargetPower();
 }
 
-int PROJECT_ProductionDiffers(const ProjectProduction* in) {
-  if (in == nullptr) return 0;
-  return *in == p.r.production ? 0 : 1;
-}
+int PROJECT_ProductionDiffers(const ProjectProduction* in) { return RecordDiffers(in, p.r.production); }
 
-void PROJECT_GetPerformance(ProjectPerformance* out) {
-  if (out == nullptr) return;
-  memset(out, 0, sizeof *out);
-  if (RequireOpen()) *out = p.r.performance;
-}
+void PROJECT_GetPerformance(ProjectPerformance* out) { GetRecord(out, p.r.performance); }
 
-void PROJECT_SetPerformance(const ProjectPerformance* in) {
-  if (in == nullptr || !RequireOpen()) return;
-  Take(p.r.performance, *in);
-}
+void PROJECT_SetPerformance(const ProjectPerformance* in) { SetRecord(p.r.performance, in); }
 
 int PROJECT_PerformanceDiffers(const ProjectPerformance* in) {
-  if (in == nullptr) return 0;
-  return *in == p.r.performance ? 0 : 1;
+  return RecordDiffers(in, p.r.performance);
 }
 
 void PROJECT_SetDisconnectHook(void (*hook)(void)) { p.disconnect = hook; }

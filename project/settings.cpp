@@ -598,26 +598,26 @@ int SETTINGS_HasKey(const char* section, const char* key) {
 
 // ---------------------------------------------------------------- typed reads
 
-int SETTINGS_GetU32(const char* section, const char* key, uint32_t* value) {
+namespace {
+template <typename T>
+int ReadNumber(const char* section, const char* key, T* value, int64_t min, int64_t max) {
   Guard guard;
   if (value != nullptr) *value = 0;
   if (!RequireOpen(guard) || value == nullptr) return -1;
   Parser p{};
   if (!BeginRead(p, section, key, nullptr)) return -1;
-  const int64_t v = p.Number(-4294967296LL, 4294967295LL);
-  if (!p.failed) *value = static_cast<uint32_t>(v);
+  const int64_t v = p.Number(min, max);
+  if (!p.failed) *value = static_cast<T>(v);
   return EndRead(p);
+}
+}  // namespace
+
+int SETTINGS_GetU32(const char* section, const char* key, uint32_t* value) {
+  return ReadNumber(section, key, value, -4294967296LL, 4294967295LL);
 }
 
 int SETTINGS_GetI32(const char* section, const char* key, int32_t* value) {
-  Guard guard;
-  if (value != nullptr) *value = 0;
-  if (!RequireOpen(guard) || value == nullptr) return -1;
-  Parser p{};
-  if (!BeginRead(p, section, key, nullptr)) return -1;
-  const int64_t v = p.Number(-2147483648LL, 2147483647LL);
-  if (!p.failed) *value = static_cast<int32_t>(v);
-  return EndRead(p);
+  return ReadNumber(section, key, value, -2147483648LL, 2147483647LL);
 }
 
 int SETTINGS_GetString(const char* section, const char* key, char* buffer, int size) {
@@ -698,28 +698,33 @@ int SETTINGS_GetIndexSet(const char* section, const char* key, uint8_t* flags, i
 
 // ---------------------------------------------------------------- typed writes
 
-void SETTINGS_SetHex8(const char* section, const char* key, uint32_t value) {
+namespace {
+// The numeric writes: "  key = value", the value formatted by the caller.
+void WriteNumber(const char* section, const char* key, const char* value) {
   Guard guard;
   if (!RequireOpen(guard) || key == nullptr) return;
   char line[kLineSize];
-  UTIL_snprintf(line, sizeof line, "  %s = 0x%.2X", key, value & 0xFFu);
+  UTIL_snprintf(line, sizeof line, "  %s = %s", key, value);
   WriteLine(section, key, line);
+}
+}  // namespace
+
+void SETTINGS_SetHex8(const char* section, const char* key, uint32_t value) {
+  char text[16];
+  UTIL_snprintf(text, sizeof text, "0x%.2X", value & 0xFFu);
+  WriteNumber(section, key, text);
 }
 
 void SETTINGS_SetDec(const char* section, const char* key, int32_t value) {
-  Guard guard;
-  if (!RequireOpen(guard) || key == nullptr) return;
-  char line[kLineSize];
-  UTIL_snprintf(line, sizeof line, "  %s = %d", key, value);
-  WriteLine(section, key, line);
+  char text[16];
+  UTIL_snprintf(text, sizeof text, "%d", value);
+  WriteNumber(section, key, text);
 }
 
 void SETTINGS_SetHex32(const char* section, const char* key, uint32_t value) {
-  Guard guard;
-  if (!RequireOpen(guard) || key == nullptr) return;
-  char line[kLineSize];
-  UTIL_snprintf(line, sizeof line, "  %s = 0x%.8X", key, value);
-  WriteLine(section, key, line);
+  char text[16];
+  UTIL_snprintf(text, sizeof text, "0x%.8X", value);
+  WriteNumber(section, key, text);
 }
 
 void SETTINGS_SetString(const char* section, const char* key, const char* text) {
