@@ -140,7 +140,7 @@ uint32_t ValueOf(const char* section, const char* key) {
 
 bool Splice(uint32_t pos, uint32_t removeLen, const char* insert, uint32_t insertLen) {
   if (a.length - removeLen + insertLen >= kBufferSize) return false;
-  a.length = SETTINGS_SpliceText(a.text, a.length, pos, removeLen, insert, insertLen);
+  a.length = SpliceSettingsText(a.text, a.length, pos, removeLen, insert, insertLen);
   return true;
 }
 

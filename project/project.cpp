@@ -15,13 +15,13 @@
 
 namespace {
 
-constexpr uint32_t kMaxSelection = PROJECT_MAX_SELECTION;
+using projectio::kMaxSelection;
 
 struct Project {
   uint32_t state = 0;  // 0 not started, 1 ready, 2 shut down
   int hasFileName = 0;
   int modified = 0;
-  ProjectRecords r{};
+  projectio::Records r{};
   void (*disconnect)(void) = nullptr;
   void (*targetPower)(uint32_t, uint32_t) = nullptr;
 };
@@ -32,14 +32,7 @@ bool Ready() {
   return p.state == 1;
 }
 
-bool RequireOpen() {
-  if (!Ready()) return false;
-  if (SETTINGS_IsOpen() != 1) {
-    SETTINGS_ReportError("No project file opened.");
-    return false;
-  }
-  return true;
-}
+using projectio::RequireOpen;
 
 // Every prompt of this program is answered with its default, "No".
 bool AskYes(const char* question) {
@@ -178,7 +171,7 @@ int OpenOrNew(const char* fileName, bool open) {
     p.modified = 0;
     LOG_EndOp("Project opened successfully");
   } else {
-    PROJECT_SetNewDefaults();
+    projectio::SetNewDefaults();
     p.modified = 1;
     LOG_EndOp("New project created successfully");
   }
@@ -426,11 +419,20 @@ void PROJECT_SetSectorSelection(const uint8_t* flags, uint32_t count) {
 
 // ---------------------------------------------------------------- key input and output
 
-bool PROJECT_RequireOpen(void) { return RequireOpen(); }
+namespace projectio {
 
-const ProjectRecords& PROJECT_HeldRecords(void) { return p.r; }
+bool RequireOpen(void) {
+  if (!Ready()) return false;
+  if (SETTINGS_IsOpen() != 1) {
+    SETTINGS_ReportError("No project file opened.");
+    return false;
+  }
+  return true;
+}
 
-void PROJECT_TakeRecords(const ProjectRecords& records) {
+const Records& HeldRecords(void) { return p.r; }
+
+void TakeRecords(const Records& records) {
   PROJECT_SetGeneral(&records.general);
   PROJECT_SetFlashParams(&records.flash);
   PROJECT_SetSequences(&records.sequences);
@@ -439,3 +441,5 @@ void PROJECT_TakeRecords(const ProjectRecords& records) {
   PROJECT_SetSectorSelection(records.hasSelection ? records.selection : nullptr,
                              records.hasSelection ? kMaxSelection : 0);
 }
+
+}  // namespace projectio

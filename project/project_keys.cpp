@@ -11,6 +11,7 @@
 #include "util/util.h"
 #include "util/version.h"
 
+namespace projectio {
 namespace {
 
 // The version as the project files store it: 6.80 is 68000.
@@ -26,12 +27,12 @@ constexpr uint32_t kAny = 0xFFFFFFFFu;
 
 // ---- where a key's value lives ----
 
-template <typename R> R& RecordIn(ProjectRecords& r);
-template <> ProjectGeneral& RecordIn(ProjectRecords& r) { return r.general; }
-template <> ProjectSequences& RecordIn(ProjectRecords& r) { return r.sequences; }
-template <> FlashParams& RecordIn(ProjectRecords& r) { return r.flash; }
-template <> ProjectProduction& RecordIn(ProjectRecords& r) { return r.production; }
-template <> ProjectPerformance& RecordIn(ProjectRecords& r) { return r.performance; }
+template <typename R> R& RecordIn(Records& r);
+template <> ProjectGeneral& RecordIn(Records& r) { return r.general; }
+template <> ProjectSequences& RecordIn(Records& r) { return r.sequences; }
+template <> FlashParams& RecordIn(Records& r) { return r.flash; }
+template <> ProjectProduction& RecordIn(Records& r) { return r.production; }
+template <> ProjectPerformance& RecordIn(Records& r) { return r.performance; }
 
 template <auto M> struct MemberOf;
 template <typename R, typename T, T R::*M> struct MemberOf<M> {
@@ -41,13 +42,13 @@ template <typename R, typename T, T R::*M> struct MemberOf<M> {
 
 // One field of the records: its address in a given set of records and its size.
 struct Field {
-  void* (*at)(ProjectRecords&);
+  void* (*at)(Records&);
   uint32_t size;
 };
 
 template <auto M> constexpr Field Of() {
   using Info = MemberOf<M>;
-  return {[](ProjectRecords& r) -> void* { return &(RecordIn<typename Info::Record>(r).*M); },
+  return {[](Records& r) -> void* { return &(RecordIn<typename Info::Record>(r).*M); },
           sizeof(typename Info::Type)};
 }
 
@@ -152,13 +153,13 @@ bool SameSection(const char* a, const char* b) {
 
 // ---- field values ----
 
-uint32_t Value(const KeyRow& row, const ProjectRecords& r) {
-  const void* at = row.field.at(const_cast<ProjectRecords&>(r));
+uint32_t Value(const KeyRow& row, const Records& r) {
+  const void* at = row.field.at(const_cast<Records&>(r));
   if (row.field.size == 1) return *static_cast<const uint8_t*>(at);
   return *static_cast<const uint32_t*>(at);
 }
 
-void SetValue(const KeyRow& row, ProjectRecords& r, uint32_t v) {
+void SetValue(const KeyRow& row, Records& r, uint32_t v) {
   void* at = row.field.at(r);
   if (row.field.size == 1) {
     *static_cast<uint8_t*>(at) = static_cast<uint8_t>(v);
@@ -222,16 +223,16 @@ void ReadSteps(ProjectSequences& seq, bool init) {
 // A selection that does not parse selects nothing. Treating it as absent,
 // as other keys are, would select every sector, and -erasesectors would then
 // erase the whole chip because one item of the list was damaged.
-void ReadSelection(const KeyRow& row, ProjectRecords& r) {
+void ReadSelection(const KeyRow& row, Records& r) {
   r.hasSelection = SETTINGS_HasKey(row.section, row.key) != 0;
-  if (r.hasSelection && SETTINGS_GetIndexSet(row.section, row.key, r.selection, PROJECT_MAX_SELECTION) != 0) {
+  if (r.hasSelection && SETTINGS_GetIndexSet(row.section, row.key, r.selection, kMaxSelection) != 0) {
     memset(r.selection, 0, sizeof r.selection);
   }
 }
 
 uint32_t ReadRowValue(const KeyRow& row) { return ReadU32(row.section, row.key, row.missing, row.min, row.max); }
 
-void ReadRow(const KeyRow& row, ProjectRecords& r) {
+void ReadRow(const KeyRow& row, Records& r) {
   switch (row.kind) {
     case Kind::IndexSet: ReadSelection(row, r); return;
     case Kind::String:
@@ -302,17 +303,17 @@ void WriteSteps(const ProjectSequences& seq, bool init) {
   }
 }
 
-void WriteRow(const KeyRow& row, const ProjectRecords& r) {
+void WriteRow(const KeyRow& row, const Records& r) {
   if (row.rule == Rule::UnlessDetected && r.flash.AutoDetect != 0) return;
   if (row.kind == Kind::IndexSet) {
-    if (r.hasSelection) SETTINGS_SetIndexSet(row.section, row.key, r.selection, PROJECT_MAX_SELECTION);
+    if (r.hasSelection) SETTINGS_SetIndexSet(row.section, row.key, r.selection, kMaxSelection);
     return;
   }
   if (row.field.at == nullptr) {
     SETTINGS_SetDec(row.section, row.key, static_cast<int32_t>(row.fresh));
     return;
   }
-  auto& rw = const_cast<ProjectRecords&>(r);
+  auto& rw = const_cast<Records&>(r);
   switch (row.kind) {
     case Kind::Dec: SETTINGS_SetDec(row.section, row.key, static_cast<int32_t>(Value(row, r))); break;
     case Kind::Hex8: SETTINGS_SetHex8(row.section, row.key, Value(row, r)); break;
@@ -327,36 +328,40 @@ void WriteRow(const KeyRow& row, const ProjectRecords& r) {
 }
 
 // What follows a row in both directions.
-void ReadAfter(const KeyRow& row, ProjectRecords& r) {
+void ReadAfter(const KeyRow& row, Records& r) {
   if (row.rule == Rule::InitSteps) ReadSteps(r.sequences, true);
   if (row.rule == Rule::ExitSteps) ReadSteps(r.sequences, false);
 }
 
-void WriteAfter(const KeyRow& row, const ProjectRecords& r) {
+void WriteAfter(const KeyRow& row, const Records& r) {
   if (row.rule == Rule::InitSteps) WriteSteps(r.sequences, true);
   if (row.rule == Rule::ExitSteps) WriteSteps(r.sequences, false);
 }
 
 // Fresh records for loading and for a new project (too large for the stack).
-ProjectRecords& Blank() {
-  static ProjectRecords r;
+Records& Blank() {
+  static Records r;
   memset(&r, 0, sizeof r);
   return r;
 }
 
 }  // namespace
 
-void PROJECT_SetNewDefaults(void) {
-  ProjectRecords& r = Blank();
+void SetNewDefaults(void) {
+  Records& r = Blank();
   for (const KeyRow& row : kKeys) {
     if (row.field.at != nullptr && row.kind != Kind::String && row.kind != Kind::Bytes) SetValue(row, r, row.fresh);
   }
-  PROJECT_TakeRecords(r);
+  TakeRecords(r);
 }
 
+}  // namespace projectio
+
+using namespace projectio;
+
 void PROJECT_LoadKeys(void) {
-  if (!PROJECT_RequireOpen()) return;
-  ProjectRecords& r = Blank();
+  if (!RequireOpen()) return;
+  Records& r = Blank();
   for (const char* section : kLoadOrder) {
     for (const KeyRow& row : kKeys) {
       if (!SameSection(row.section, section) || row.rule == Rule::NotRead) continue;
@@ -366,13 +371,13 @@ void PROJECT_LoadKeys(void) {
   }
   // ChipClass has no key: only chip detection sets it.
   r.flash.ChipClass = 0;
-  PROJECT_TakeRecords(r);
+  TakeRecords(r);
 }
 
 void PROJECT_StoreKeys(void) {
-  if (!PROJECT_RequireOpen()) return;
+  if (!RequireOpen()) return;
   SETTINGS_Clear();
-  const ProjectRecords& r = PROJECT_HeldRecords();
+  const Records& r = HeldRecords();
   for (const KeyRow& row : kKeys) {
     WriteRow(row, r);
     WriteAfter(row, r);

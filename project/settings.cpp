@@ -248,7 +248,7 @@ bool Splice(uint32_t pos, uint32_t removeLen, const char* insert, uint32_t inser
   const uint64_t newLen = static_cast<uint64_t>(g.length) - removeLen + insertLen;
   if (newLen >= 0x7FFFFFFFu || !Grow(static_cast<uint32_t>(newLen))) return false;
   g.index.valid = false;
-  g.length = SETTINGS_SpliceText(g.text, g.length, pos, removeLen, insert, insertLen);
+  g.length = SpliceSettingsText(g.text, g.length, pos, removeLen, insert, insertLen);
   return true;
 }
 
