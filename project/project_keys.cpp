@@ -27,15 +27,17 @@ constexpr uint32_t kAny = 0xFFFFFFFFu;
 
 // ---- where a key's value lives ----
 
-template <typename R> R& RecordIn(Records& r);
-template <> ProjectGeneral& RecordIn(Records& r) { return r.general; }
-template <> ProjectSequences& RecordIn(Records& r) { return r.sequences; }
-template <> FlashParams& RecordIn(Records& r) { return r.flash; }
-template <> ProjectProduction& RecordIn(Records& r) { return r.production; }
-template <> ProjectPerformance& RecordIn(Records& r) { return r.performance; }
+// The record of a given type within a set of records (the pointer only picks it).
+ProjectGeneral& RecordIn(Records& r, ProjectGeneral*) { return r.general; }
+ProjectSequences& RecordIn(Records& r, ProjectSequences*) { return r.sequences; }
+FlashParams& RecordIn(Records& r, FlashParams*) { return r.flash; }
+ProjectProduction& RecordIn(Records& r, ProjectProduction*) { return r.production; }
+ProjectPerformance& RecordIn(Records& r, ProjectPerformance*) { return r.performance; }
 
-template <auto M> struct MemberOf;
-template <typename R, typename T, T R::*M> struct MemberOf<M> {
+template <auto M>
+struct MemberOf;
+template <typename R, typename T, T R::*M>
+struct MemberOf<M> {
   using Record = R;
   using Type = T;
 };
@@ -46,20 +48,22 @@ struct Field {
   uint32_t size;
 };
 
-template <auto M> constexpr Field Of() {
+template <auto M>
+constexpr Field Of() {
   using Info = MemberOf<M>;
-  return {[](Records& r) -> void* { return &(RecordIn<typename Info::Record>(r).*M); },
+  using Record = typename Info::Record;
+  return {[](Records& r) -> void* { return &(RecordIn(r, static_cast<Record*>(nullptr)).*M); },
           sizeof(typename Info::Type)};
 }
 
 constexpr Field kNoField{nullptr, 0};
 
 enum class Kind : uint8_t {
-  Dec,     // "  %s = %d"
-  Hex8,    // "  %s = 0x%.2X"
-  Hex32,   // "  %s = 0x%.8X"
-  String,  // "  %s = \"%s\""
-  Bytes,   // "  %s[%d] = " and "0x%.2X" items
+  Dec,       // "  %s = %d"
+  Hex8,      // "  %s = 0x%.2X"
+  Hex32,     // "  %s = 0x%.8X"
+  String,    // "  %s = \"%s\""
+  Bytes,     // "  %s[%d] = " and "0x%.2X" items
   IndexSet,  // "  %s[%d] = " and runs "a" or "a-b"; only the sector selection, kept
              // apart from the records and written only when one was made
 };
@@ -67,12 +71,12 @@ enum class Kind : uint8_t {
 // What a key does beyond its row; each is handled by name below the table.
 enum class Rule : uint8_t {
   Plain,
-  NotRead,        // written only (AppVersion)
-  OrConnectIP,    // missing: taken from the older key ConnectIP
-  OrAddrBytes,    // missing: taken from the four older AddrBytes* keys
-  UnlessDetected, // written only when AutoDetect is 0 (abID)
-  InitSteps,      // followed by the init steps
-  ExitSteps,      // followed by the exit steps
+  NotRead,         // written only (AppVersion)
+  OrConnectIP,     // missing: taken from the older key ConnectIP
+  OrAddrBytes,     // missing: taken from the four older AddrBytes* keys
+  UnlessDetected,  // written only when AutoDetect is 0 (abID)
+  InitSteps,       // followed by the init steps
+  ExitSteps,       // followed by the exit steps
 };
 
 struct KeyRow {
@@ -99,7 +103,7 @@ constexpr KeyRow kKeys[] = {
     {kGeneral, "USBSerialNo", Kind::Hex32, Of<&ProjectGeneral::USBSerialNo>(), 0, 0, 0, kAny, Rule::Plain},
     {kGeneral, "GUIMode", Kind::Dec, Of<&ProjectGeneral::GUIMode>(), 0, 0, 0, 1, Rule::Plain},
     {kJtag, "Speed0", Kind::Dec, Of<&ProjectSequences::Speed0>(), 4000, 12000, 1000, 25000, Rule::Plain},
-    // 0 is no type: it reads as a plain flash.
+    // The clamp 1..2 reads a stored 0 (no type) as a plain flash.
     {kFlash, "FlashType", Kind::Hex32, Of<&FlashParams::FlashType>(), FLASHPARAMS_TYPE_FLASH, FLASHPARAMS_TYPE_FLASH,
      FLASHPARAMS_TYPE_FLASH, FLASHPARAMS_TYPE_NO_ERASE, Rule::Plain},
     {kFlash, "AutoDetect", Kind::Hex32, Of<&FlashParams::AutoDetect>(), 1, 1, 0, 1, Rule::Plain},
@@ -108,10 +112,8 @@ constexpr KeyRow kKeys[] = {
     {kFlash, "PageSizeShift", Kind::Hex32, Of<&FlashParams::PageSizeShift>(), 8, 0, 0, 32, Rule::Plain},
     {kFlash, "SectorSizeShift", Kind::Hex32, Of<&FlashParams::SectorSizeShift>(), 16, 0, 0, 32, Rule::Plain},
     {kFlash, "SelectedSectors", Kind::IndexSet, kNoField, 0, 0, 0, 0, Rule::Plain},
-    {kCpu, "NumInitSteps", Kind::Dec, Of<&ProjectSequences::NumInitSteps>(), 0, 0, 0, SEQ_MAX_STEPS,
-     Rule::InitSteps},
-    {kCpu, "NumExitSteps", Kind::Dec, Of<&ProjectSequences::NumExitSteps>(), 0, 0, 0, SEQ_MAX_STEPS,
-     Rule::ExitSteps},
+    {kCpu, "NumInitSteps", Kind::Dec, Of<&ProjectSequences::NumInitSteps>(), 0, 0, 0, SEQ_MAX_STEPS, Rule::InitSteps},
+    {kCpu, "NumExitSteps", Kind::Dec, Of<&ProjectSequences::NumExitSteps>(), 0, 0, 0, SEQ_MAX_STEPS, Rule::ExitSteps},
     {kSpi, "CmdWriteEnable", Kind::Hex8, Of<&FlashParams::CmdWriteEnable>(), 0x06, 0x06, 0, 255, Rule::Plain},
     {kSpi, "CmdWriteDisable", Kind::Hex8, Of<&FlashParams::CmdWriteDisable>(), 0x04, 0x04, 0, 255, Rule::Plain},
     {kSpi, "CmdReadID", Kind::Hex8, Of<&FlashParams::CmdReadID>(), FLASHPARAMS_OP_READ_JEDEC_ID,
@@ -130,14 +132,12 @@ constexpr KeyRow kKeys[] = {
     {kSpi, "StatusBitPos", Kind::Hex8, Of<&FlashParams::StatusBitPos>(), 0, 0, 0, 7, Rule::Plain},
     {kProduction, "EraseType", Kind::Dec, Of<&ProjectProduction::EraseType>(), 1, 2, 0, 4, Rule::Plain},
     {kProduction, "PerformCompare", Kind::Dec, Of<&ProjectProduction::PerformCompare>(), 1, 1, 0, 4, Rule::Plain},
-    {kProduction, "AutoPerformsErase", Kind::Dec, Of<&ProjectProduction::AutoPerformsErase>(), 1, 1, 0, 1,
-     Rule::Plain},
+    {kProduction, "AutoPerformsErase", Kind::Dec, Of<&ProjectProduction::AutoPerformsErase>(), 1, 1, 0, 1, Rule::Plain},
     {kProduction, "AutoPerformsProgram", Kind::Dec, Of<&ProjectProduction::AutoPerformsProgram>(), 1, 1, 0, 1,
      Rule::Plain},
     {kProduction, "AutoPerformsVerify", Kind::Dec, Of<&ProjectProduction::AutoPerformsVerify>(), 1, 1, 0, 1,
      Rule::Plain},
-    {kProduction, "EnableTargetPower", Kind::Dec, Of<&ProjectProduction::EnableTargetPower>(), 0, 0, 0, 1,
-     Rule::Plain},
+    {kProduction, "EnableTargetPower", Kind::Dec, Of<&ProjectProduction::EnableTargetPower>(), 0, 0, 0, 1, Rule::Plain},
     {kProduction, "TargetPowerDelay", Kind::Hex32, Of<&ProjectProduction::TargetPowerDelay>(), 0, 200, 0, 10000,
      Rule::Plain},
     {kPerformance, "DisableSkipBlankDataOnProgram", Kind::Hex32,
@@ -147,9 +147,7 @@ constexpr KeyRow kKeys[] = {
 // Sections as loading reads them (parse messages come in this order).
 constexpr const char* kLoadOrder[] = {kGeneral, kFlash, kSpi, kJtag, kCpu, kProduction, kPerformance};
 
-bool SameSection(const char* a, const char* b) {
-  return a == b || (a != nullptr && b != nullptr && strcmp(a, b) == 0);
-}
+bool SameSection(const char* a, const char* b) { return a == b || (a != nullptr && b != nullptr && strcmp(a, b) == 0); }
 
 // ---- field values ----
 
@@ -234,21 +232,24 @@ uint32_t ReadRowValue(const KeyRow& row) { return ReadU32(row.section, row.key, 
 
 void ReadRow(const KeyRow& row, Records& r) {
   switch (row.kind) {
-    case Kind::IndexSet: ReadSelection(row, r); return;
+    case Kind::IndexSet:
+      ReadSelection(row, r);
+      return;
     case Kind::String:
       SETTINGS_GetString(row.section, row.key, static_cast<char*>(row.field.at(r)), static_cast<int>(row.field.size));
       return;
     case Kind::Bytes:
       ReadBytes(row.section, row.key, static_cast<uint8_t*>(row.field.at(r)), static_cast<int>(row.field.size));
       return;
-    default: break;
+    default:
+      break;
   }
   switch (row.rule) {
     case Rule::OrConnectIP:
       if (SETTINGS_HasKey(row.section, row.key)) break;
       // Older files only knew whether to connect by network.
-      SetValue(row, r, ReadU32(row.section, "ConnectIP", 0, 0, kAny) != 0 ? PROJECT_CONNECT_TCPIP
-                                                                          : PROJECT_CONNECT_USB_INDEX);
+      SetValue(row, r,
+               ReadU32(row.section, "ConnectIP", 0, 0, kAny) != 0 ? PROJECT_CONNECT_TCPIP : PROJECT_CONNECT_USB_INDEX);
       return;
     case Rule::OrAddrBytes: {
       if (SETTINGS_HasKey(row.section, row.key)) break;
@@ -262,7 +263,8 @@ void ReadRow(const KeyRow& row, Records& r) {
       SetValue(row, r, bytes);
       return;
     }
-    default: break;
+    default:
+      break;
   }
   SetValue(row, r, ReadRowValue(row));
 }
@@ -315,15 +317,24 @@ void WriteRow(const KeyRow& row, const Records& r) {
   }
   auto& rw = const_cast<Records&>(r);
   switch (row.kind) {
-    case Kind::Dec: SETTINGS_SetDec(row.section, row.key, static_cast<int32_t>(Value(row, r))); break;
-    case Kind::Hex8: SETTINGS_SetHex8(row.section, row.key, Value(row, r)); break;
-    case Kind::Hex32: SETTINGS_SetHex32(row.section, row.key, Value(row, r)); break;
-    case Kind::String: SETTINGS_SetString(row.section, row.key, static_cast<const char*>(row.field.at(rw))); break;
+    case Kind::Dec:
+      SETTINGS_SetDec(row.section, row.key, static_cast<int32_t>(Value(row, r)));
+      break;
+    case Kind::Hex8:
+      SETTINGS_SetHex8(row.section, row.key, Value(row, r));
+      break;
+    case Kind::Hex32:
+      SETTINGS_SetHex32(row.section, row.key, Value(row, r));
+      break;
+    case Kind::String:
+      SETTINGS_SetString(row.section, row.key, static_cast<const char*>(row.field.at(rw)));
+      break;
     case Kind::Bytes:
       SETTINGS_SetByteArray(row.section, row.key, static_cast<const uint8_t*>(row.field.at(rw)),
                             static_cast<int>(row.field.size));
       break;
-    case Kind::IndexSet: break;
+    case Kind::IndexSet:
+      break;
   }
 }
 

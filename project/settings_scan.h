@@ -97,8 +97,8 @@ struct SettingsScan {
 // Replaces `removeLen` bytes at `pos` of a text of `length` bytes with the
 // given ones; the buffer must hold the new length plus its terminator.
 // Returns the new length.
-inline uint32_t SpliceSettingsText(char* text, uint32_t length, uint32_t pos, uint32_t removeLen,
-                               const char* insert, uint32_t insertLen) {
+inline uint32_t SpliceSettingsText(char* text, uint32_t length, uint32_t pos, uint32_t removeLen, const char* insert,
+                                   uint32_t insertLen) {
   memmove(text + pos + insertLen, text + pos + removeLen, length - pos - removeLen);
   if (insertLen != 0) memcpy(text + pos, insert, insertLen);
   const uint32_t newLength = length - removeLen + insertLen;

@@ -11,6 +11,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <type_traits>
 
 #include "project/project.h"
 #include "project/settings.h"
@@ -224,6 +225,19 @@ TEST_F(ProjectTest, SettersCountOnlyChanges) {
 // Flips a byte of a record where no field is (padding) or anywhere else.
 void Poke(void* record, size_t offset) { static_cast<uint8_t*>(record)[offset] ^= 0x5A; }
 
+// Gets a record, changes it, asks whether it differs and sets it; returns
+// the query's answer.
+template <typename T>
+int Change(void (*get)(T*), int (*differs)(const T*), void (*set)(const T*),
+           std::type_identity_t<void (*)(T&)> change) {
+  std::unique_ptr<T> r(new T);
+  get(r.get());
+  change(*r);
+  const int d = differs(r.get());
+  set(r.get());
+  return d;
+}
+
 // Each setter counts a change exactly when its comparing query says the
 // record differs: padding, bytes after a string's terminator and steps beyond
 // the step counts are no difference, every field is.
@@ -236,55 +250,32 @@ TEST_F(ProjectTest, SettersAndQueriesAgreeOnEveryRecord) {
     int (*apply)(void);  // changes one record through its setter, returns the query's answer
   };
   static auto flash = [](void (*change)(FlashParams&)) {
-    FlashParams f;
-    PROJECT_GetFlashParams(&f);
-    change(f);
-    const int d = PROJECT_FlashParamsDiffer(&f);
-    PROJECT_SetFlashParams(&f);
-    return d;
+    return Change(PROJECT_GetFlashParams, PROJECT_FlashParamsDiffer, PROJECT_SetFlashParams, change);
   };
   static auto production = [](void (*change)(ProjectProduction&)) {
-    ProjectProduction r;
-    PROJECT_GetProduction(&r);
-    change(r);
-    const int d = PROJECT_ProductionDiffers(&r);
-    PROJECT_SetProduction(&r);
-    return d;
+    return Change(PROJECT_GetProduction, PROJECT_ProductionDiffers, PROJECT_SetProduction, change);
   };
-  static auto performance = [](uint8_t value) {
-    ProjectPerformance r;
-    PROJECT_GetPerformance(&r);
-    r.DisableSkipBlankDataOnProgram = value;
-    const int d = PROJECT_PerformanceDiffers(&r);
-    PROJECT_SetPerformance(&r);
-    return d;
+  static auto performance = [](void (*change)(ProjectPerformance&)) {
+    return Change(PROJECT_GetPerformance, PROJECT_PerformanceDiffers, PROJECT_SetPerformance, change);
   };
   static auto general = [](void (*change)(ProjectGeneral&)) {
-    ProjectGeneral r;
-    PROJECT_GetGeneral(&r);
-    change(r);
-    const int d = PROJECT_GeneralDiffers(&r);
-    PROJECT_SetGeneral(&r);
-    return d;
+    return Change(PROJECT_GetGeneral, PROJECT_GeneralDiffers, PROJECT_SetGeneral, change);
   };
   static auto sequences = [](void (*change)(ProjectSequences&)) {
-    std::unique_ptr<ProjectSequences> r(new ProjectSequences);
-    PROJECT_GetSequences(r.get());
-    change(*r);
-    const int d = PROJECT_SequencesDiffer(r.get());
-    PROJECT_SetSequences(r.get());
-    return d;
+    return Change(PROJECT_GetSequences, PROJECT_SequencesDiffer, PROJECT_SetSequences, change);
   };
   const Case cases[] = {
       {"flash unchanged", 0, [] { return flash([](FlashParams&) {}); }},
-      {"flash padding", 0, [] { return flash([](FlashParams& f) { Poke(&f, offsetof(FlashParams, StatusBitPos) + 1); }); }},
+      {"flash padding", 0,
+       [] { return flash([](FlashParams& f) { Poke(&f, offsetof(FlashParams, StatusBitPos) + 1); }); }},
       {"flash ChipClass", 1, [] { return flash([](FlashParams& f) { f.ChipClass = 9; }); }},
       {"flash abID", 1, [] { return flash([](FlashParams& f) { f.abID[2] = 1; }); }},
       {"production padding", 0,
        [] { return production([](ProjectProduction& r) { Poke(&r, sizeof r - 1); }); }},
       {"production PerformCompare", 1, [] { return production([](ProjectProduction& r) { r.PerformCompare = 3; }); }},
-      {"performance unchanged", 0, [] { return performance(0); }},
-      {"performance changed", 1, [] { return performance(2); }},
+      {"performance unchanged", 0, [] { return performance([](ProjectPerformance&) {}); }},
+      {"performance changed", 1,
+       [] { return performance([](ProjectPerformance& r) { r.DisableSkipBlankDataOnProgram = 2; }); }},
       {"general after terminator", 0, [] { return general([](ProjectGeneral& r) { r.CurrentFile[100] = 'x'; }); }},
       {"general padding", 0, [] { return general([](ProjectGeneral& r) { Poke(&r, sizeof r - 1); }); }},
       {"general HostName", 1, [] { return general([](ProjectGeneral& r) { r.HostName[0] = 'H'; }); }},
