@@ -14,7 +14,7 @@
 namespace {
 
 constexpr uint32_t kBufferSize = 30000;
-constexpr uint32_t kNotFound = 0xFFFFFFFFu;
+constexpr uint32_t kNotFound = SettingsScan::kNotFound;
 
 struct AppIni {
   SYS_HMUTEX lock = nullptr;

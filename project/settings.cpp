@@ -19,7 +19,7 @@ namespace {
 
 constexpr uint32_t kNameSize = 512;
 constexpr uint32_t kGrowStep = 8192;
-constexpr uint32_t kNotFound = 0xFFFFFFFFu;
+constexpr uint32_t kNotFound = SettingsScan::kNotFound;
 constexpr int kLineSize = 2048;
 constexpr int kArrayLineSize = 4096;
 constexpr int kIndexSetBudget = 3968;
