@@ -197,6 +197,8 @@ void ReadSteps(ProjectSequences& seq, bool init) {
     char action[160];
     StepKey(key, prefix, i, "Action");
     SETTINGS_GetString(kCpu, key, action, sizeof action);
+    // The lookup folds ASCII case as names in the file always were compared,
+    // so any spelling of "Write data" is the Write Data step.
     const int index = SEQ_FindAction(action);
     StepKey(key, prefix, i, "Value0");
     s.Value0 = ReadU32(kCpu, key, 0, 0, kAny);

@@ -193,6 +193,28 @@ TEST_F(ProjectTest, Steps) {
   EXPECT_EQ(0x55, s.Data[1]);
 }
 
+// Value1 of a step is a byte array exactly when the action's name is "Write
+// data" in any ASCII case; anything else, near misses included, is a number.
+TEST_F(ProjectTest, WriteDataStepsByNameInAnyCase) {
+  struct Case {
+    const char* action;
+    uint32_t wantAction;
+    bool bytes;
+  } cases[] = {
+      {"Write Data", SEQ_ACTION_WRITE_DATA, true},  {"write data", SEQ_ACTION_WRITE_DATA, true},
+      {"WRITE DATA", SEQ_ACTION_WRITE_DATA, true},  {"Write Data ", SEQ_ACTION_DELAY, false},
+      {"Var Write Data", SEQ_ACTION_VAR_WRITE_DATA, false}, {"WriteData", SEQ_ACTION_DELAY, false},
+  };
+  for (const Case& c : cases) {
+    ASSERT_EQ(0, OpenText(std::string("[CPU]\r\nNumInitSteps = 1\r\nInitStep0_Action = \"") + c.action +
+                          "\"\r\nInitStep0_Value0 = 2\r\nInitStep0_Value1[2] = 0x11,0x22\r\n"));
+    SeqStep s;
+    PROJECT_GetStep(0, 0, &s);
+    EXPECT_EQ(c.wantAction, s.Action) << c.action;
+    EXPECT_EQ(c.bytes ? 0x11 : 0, s.Data[0]) << c.action;
+  }
+}
+
 TEST_F(ProjectTest, SettersCountOnlyChanges) {
   ASSERT_EQ(0, OpenText("[JTAG]\r\nSpeed0 = 4000\r\n"));
   std::unique_ptr<ProjectSequences> seq(new ProjectSequences);
