@@ -5,8 +5,6 @@
 #include <cstring>
 
 #include "project/appini.h"
-#include "project/settings.h"
-#include "project/settings_internal.h"
 #include "project/settings_scan.h"
 #include "sys/sys.h"
 #include "util/util.h"

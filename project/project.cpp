@@ -126,7 +126,7 @@ void HandOverTargetPower() {
   }
 }
 
-void ReportErrorOut(const char* text) { SETTINGS_ReportError(text); }
+void ReportErrorOut(const char* text) { projectlog::ReportError(text); }
 
 // Remembers the project as the current one in the application settings.
 void RecordCurrent(const char* fileName) {
@@ -186,7 +186,7 @@ int WriteProject(const char* fileName) {
     LOG_EndOp("Project saved successfully");
     return 0;
   }
-  SETTINGS_ReportError("Failed to save project file");
+  projectlog::ReportError("Failed to save project file");
   LOG_Pop();
   return -1;
 }
@@ -232,7 +232,7 @@ int PROJECT_Save(void) {
       LOG_Pop();
       return PROJECT_SaveAs(nullptr);
     }
-    SETTINGS_ReportError("Failed to save project file");
+    projectlog::ReportError("Failed to save project file");
     LOG_Pop();
     return -1;
   }
@@ -316,7 +316,7 @@ void PROJECT_SetDataFile(const char* name, uint32_t address) {
   }
   if (name == nullptr) return;
   if (strlen(name) >= sizeof p.r.general.CurrentFile) {
-    SETTINGS_ReportError("Too large file name.");
+    projectlog::ReportError("Too large file name.");
     return;
   }
   if (strcmp(name, p.r.general.CurrentFile) != 0) {
@@ -424,7 +424,7 @@ namespace projectio {
 bool RequireOpen(void) {
   if (!Ready()) return false;
   if (SETTINGS_IsOpen() != 1) {
-    SETTINGS_ReportError("No project file opened.");
+    projectlog::ReportError("No project file opened.");
     return false;
   }
   return true;

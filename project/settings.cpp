@@ -127,7 +127,7 @@ class Guard {
 bool RequireOpen(const Guard& guard) {
   if (!guard.ok) return false;
   if (!g.isOpen) {
-    SETTINGS_ReportWarning("No project file opened.");
+    projectlog::ReportWarning("No project file opened.");
     return false;
   }
   return true;
@@ -423,9 +423,21 @@ void WriteLine(const char* section, const char* key, const char* line) {
   ++g.modified;
 }
 
-// Appends the platform's file message for a failed open or save.
+// "Could not <verb> file [<name>]\n<reason>" for a failed open or save, the
+// reason chosen by the platform's last error code.
 void FileMessage(char* buf, int size, const char* verb, const char* name, bool readOnly) {
-  SETTINGS_FileMessage(buf, size, verb, name, SYS_GetLastError(), readOnly);
+  const char* reason;
+  switch (SYS_GetLastError()) {
+    case ENOENT: reason = "File not found!"; break;
+    case ENOTDIR: reason = "Path not found!"; break;
+    case EACCES:
+    case EPERM:
+    case EROFS: reason = readOnly ? "File has read only attribute!" : "Access is denied!"; break;
+    case EINVAL:
+    case ENAMETOOLONG: reason = "Filename syntax is incorrect!"; break;
+    default: reason = "Invalid file handle!"; break;
+  }
+  UTIL_snprintf(buf, size, "Could not %s file [%s]\n%s", verb, name, reason);
 }
 
 int WriteFile(const char* fileName) {
@@ -433,26 +445,26 @@ int WriteFile(const char* fileName) {
   char msg[1024] = {};
   int result = 0;
   if (g.fileName[0] == '\0') {
-    SETTINGS_ReportError("Unable to save project file. No filename specified.");
+    projectlog::ReportError("Unable to save project file. No filename specified.");
     return -1;
   }
   // Checked before the file is opened, so a failure never truncates it.
   if (g.text == nullptr || g.capacity == 0) {
     UTIL_snprintf(msg, sizeof msg, "Could not save project file [%s]\nInvalid file content buffer!", g.fileName);
-    SETTINGS_ReportError(msg);
+    projectlog::ReportError(msg);
     return -1;
   }
   // Opening for writing would succeed for a privileged user; the attribute decides.
   if (SYS_FILE_IsReadOnly(g.fileName) == 1) {
     errno = EACCES;
     FileMessage(msg, sizeof msg, "save", g.fileName, true);
-    SETTINGS_ReportError(msg);
+    projectlog::ReportError(msg);
     return -2;
   }
   const int fd = SYS_FILE_OpenSimple(g.fileName, SYS_FILE_WRITE_FLAGS);
   if (fd < 0) {
     FileMessage(msg, sizeof msg, "save", g.fileName, false);
-    SETTINGS_ReportError(msg);
+    projectlog::ReportError(msg);
     return -2;
   }
   if (SYS_FILE_Write(fd, g.text, g.length) != static_cast<int>(g.length)) {
@@ -460,7 +472,7 @@ int WriteFile(const char* fileName) {
     result = -1;
   }
   SYS_FILE_Close(fd);
-  if (msg[0] != '\0') SETTINGS_ReportError(msg);
+  if (msg[0] != '\0') projectlog::ReportError(msg);
   return result;
 }
 
@@ -497,7 +509,7 @@ int SETTINGS_Open(const char* fileName) {
   if (msg[0] != '\0') {
     FreeText();
     g.fileName[0] = '\0';
-    SETTINGS_ReportError(msg);
+    projectlog::ReportError(msg);
     return -1;
   }
   g.isOpen = 1;
@@ -532,12 +544,12 @@ int SETTINGS_New(const char* fileName) {
   g.isOpen = 0;
   char msg[1024];
   if (fileName != nullptr && strlen(fileName) >= kNameSize) {
-    SETTINGS_ReportError("Insufficient memory for filename.");
+    projectlog::ReportError("Insufficient memory for filename.");
     return -1;
   }
   if (HasName(fileName) && SYS_FILE_Exists(fileName)) {
     UTIL_snprintf(msg, sizeof msg, "File already exist:\n%s", fileName);
-    SETTINGS_ReportError(msg);
+    projectlog::ReportError(msg);
     return -1;
   }
   UTIL_strcpy(g.fileName, fileName != nullptr ? fileName : "", kNameSize);

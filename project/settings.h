@@ -44,6 +44,10 @@ int  SETTINGS_OpenText(const char* text, uint32_t length);
 const char* SETTINGS_GetText(uint32_t* length);
 // 1 when the key has a line in the section, else 0. Never prints.
 int  SETTINGS_HasKey(const char* section, const char* key);
+// Lookups go through an index of the text's header and key lines (on, the
+// default) or scan the text line by line (0). Both give the same answers;
+// tests and benchmarks compare them. Drops the index.
+void SETTINGS_SetIndexed(int on);
 
 // ---- Typed reads ----
 // Each clears its output first. A missing key gives -1 and prints nothing;
