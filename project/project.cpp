@@ -126,15 +126,13 @@ void HandOverTargetPower() {
   }
 }
 
-void ReportErrorOut(const char* text) { projectlog::ReportError(text); }
-
 // Remembers the project as the current one in the application settings.
 void RecordCurrent(const char* fileName) {
   char dir[512];
   if (SYS_GetConfigDir(dir, sizeof dir) != 0) return;
   char path[600];
   SYS_MakePath(path, sizeof path, dir, "PellamSPI.ini");
-  APPINI_SetFile(path, ReportErrorOut);
+  APPINI_SetFile(path, projectlog::ReportError);
   APPINI_SetString("PROJECT", "Current", fileName);
 }
 
