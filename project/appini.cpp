@@ -5,15 +5,14 @@
 #include <cstring>
 
 #include "project/appini.h"
-#include "project/settings.h"
-#include "project/settings_internal.h"
+#include "project/settings_scan.h"
 #include "sys/sys.h"
 #include "util/util.h"
 
 namespace {
 
 constexpr uint32_t kBufferSize = 30000;
-constexpr uint32_t kNotFound = 0xFFFFFFFFu;
+constexpr uint32_t kNotFound = SettingsScan::kNotFound;
 
 struct AppIni {
   SYS_HMUTEX lock = nullptr;
@@ -110,58 +109,20 @@ int Save() {
   return 0;
 }
 
-inline bool IsEol(char c) { return c == '\r' || c == '\n'; }
-inline bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+// Names compare case-sensitively, a header on the last line counts, and a
+// key is followed directly by '=' or a space.
+constexpr SettingsScanRules kRules{false, false, false};
 
-uint32_t LineEnd(uint32_t p) {
-  while (p < a.length && !IsEol(a.text[p])) ++p;
-  return p;
-}
-uint32_t NextLine(uint32_t p) {
-  while (p < a.length && IsEol(a.text[p])) ++p;
-  return p;
-}
-uint32_t SkipBlanks(uint32_t p) {
-  while (p < a.length && IsBlank(a.text[p])) ++p;
-  return p;
-}
-// Position just after the line break that ends the line at `e` (one CR LF,
-// CR or LF; empty lines after it are lines of their own).
-uint32_t PastBreak(uint32_t e) {
-  if (e < a.length && a.text[e] == '\r') ++e;
-  if (e < a.length && a.text[e] == '\n') ++e;
-  return e;
-}
-
-// Position just after the header line of the section, or kNotFound.
-uint32_t FindSection(const char* section) {
-  const size_t n = strlen(section);
-  for (uint32_t p = NextLine(0); p < a.length;) {
-    const uint32_t q = SkipBlanks(p);
-    const uint32_t e = LineEnd(p);
-    if (a.text[q] == '[' && e - q > n + 1 && strncmp(a.text + q + 1, section, n) == 0 &&
-        a.text[q + 1 + n] == ']') {
-      return PastBreak(e);
-    }
-    p = NextLine(e);
-  }
-  return kNotFound;
-}
+SettingsScan Scan() { return SettingsScan{a.text, a.length, kRules}; }
+inline bool IsEol(char c) { return SettingsScan::IsEol(c); }
+uint32_t LineEnd(uint32_t p) { return Scan().LineEnd(p); }
+uint32_t SkipBlanks(uint32_t p) { return Scan().SkipBlanks(p); }
+uint32_t PastBreak(uint32_t e) { return Scan().PastBreak(e); }
+uint32_t FindSection(const char* section) { return Scan().FindSection(section); }
 
 uint32_t FindKey(const char* section, const char* key) {
   const uint32_t body = FindSection(section);
-  if (body == kNotFound) return kNotFound;
-  const size_t n = strlen(key);
-  for (uint32_t p = body; p < a.length;) {
-    const uint32_t q = SkipBlanks(p);
-    if (a.text[q] == '[') break;
-    const uint32_t e = LineEnd(p);
-    if (e - q > n && strncmp(a.text + q, key, n) == 0 && (a.text[q + n] == '=' || a.text[q + n] == ' ')) {
-      return p;
-    }
-    p = NextLine(e);
-  }
-  return kNotFound;
+  return body == kNotFound ? kNotFound : Scan().FindKey(body, key);
 }
 
 // Start of the value of the key's line, or kNotFound.
@@ -177,10 +138,7 @@ uint32_t ValueOf(const char* section, const char* key) {
 
 bool Splice(uint32_t pos, uint32_t removeLen, const char* insert, uint32_t insertLen) {
   if (a.length - removeLen + insertLen >= kBufferSize) return false;
-  memmove(a.text + pos + insertLen, a.text + pos + removeLen, a.length - pos - removeLen);
-  memcpy(a.text + pos, insert, insertLen);
-  a.length = a.length - removeLen + insertLen;
-  a.text[a.length] = '\0';
+  a.length = SpliceSettingsText(a.text, a.length, pos, removeLen, insert, insertLen);
   return true;
 }
 

@@ -42,12 +42,16 @@ struct FlashParams {
   uint32_t SectorSizeShift;
   uint8_t  abID[3];
   uint8_t  ChipClass;
+
+  bool operator==(const FlashParams&) const = default;
 };
 
-// Derived geometry.
+// Bytes in the chip, NumPages << PageSizeShift; 0 for a shift of 64 or more.
 inline uint64_t FLASHPARAMS_ChipSize(const FlashParams& p) {
   return p.PageSizeShift >= 64 ? 0 : (uint64_t)p.NumPages << p.PageSizeShift;
 }
+// Sectors in the chip, the chip size >> SectorSizeShift; 0 for a shift of
+// 64 or more. Sector i starts at i << SectorSizeShift.
 inline uint64_t FLASHPARAMS_NumSectors(const FlashParams& p) {
   return p.SectorSizeShift >= 64 ? 0 : FLASHPARAMS_ChipSize(p) >> p.SectorSizeShift;
 }

@@ -1,42 +1,27 @@
 // The open project: fixed records held in memory and kept in a project file
-// through the settings store. Records are compared byte-wise, so every record
-// is normalised (zero padding, unused steps zeroed) before it is compared.
+// through the settings store. A setter counts a change only when the
+// normalised record differs from the held one.
 #include "project/project.h"
 
 #include <cstring>
 
 #include "app/log.h"
 #include "project/appini.h"
+#include "project/project_internal.h"
 #include "project/settings.h"
 #include "project/settings_internal.h"
 #include "sys/sys.h"
 #include "util/util.h"
-#include "util/version.h"
 
 namespace {
 
-constexpr uint32_t kMaxSelection = 32768;  // index sets name 0..32767
-// The version as the project files store it: 6.80 is 68000.
-constexpr uint32_t kAppVersion = UTIL_VERSION_MAJOR * 10000 + UTIL_VERSION_MINOR * 100;
-constexpr const char* kGeneral = "GENERAL";
-constexpr const char* kJtag = "JTAG";
-constexpr const char* kFlash = "FLASH";
-constexpr const char* kCpu = "CPU";
-constexpr const char* kSpi = "SPI";
-constexpr const char* kProduction = "PRODUCTION";
-constexpr const char* kPerformance = "PERFORMANCE";
+using projectio::kMaxSelection;
 
 struct Project {
   uint32_t state = 0;  // 0 not started, 1 ready, 2 shut down
   int hasFileName = 0;
   int modified = 0;
-  ProjectGeneral general{};
-  ProjectSequences sequences{};
-  FlashParams flash{};
-  ProjectProduction production{};
-  ProjectPerformance performance{};
-  bool hasSelection = false;
-  uint8_t selection[kMaxSelection]{};
+  projectio::Records r{};
   void (*disconnect)(void) = nullptr;
   void (*targetPower)(uint32_t, uint32_t) = nullptr;
 };
@@ -47,14 +32,7 @@ bool Ready() {
   return p.state == 1;
 }
 
-bool RequireOpen() {
-  if (!Ready()) return false;
-  if (SETTINGS_IsOpen() != 1) {
-    SETTINGS_ReportError("No project file opened.");
-    return false;
-  }
-  return true;
-}
+using projectio::RequireOpen;
 
 // Every prompt of this program is answered with its default, "No".
 bool AskYes(const char* question) {
@@ -70,224 +48,83 @@ void CopyText(char* dest, size_t size, const char* src) {
   }
 }
 
-// ---- normalising copies (field by field, so padding stays zero) ----
+// ---- normalising copies ----
+// Records compare field by field (padding is never looked at), but strings
+// compare over their whole array: the bytes after the terminator are zeroed,
+// and steps beyond the step counts too, so that only what a file can hold
+// decides whether a record changed.
+
+void PadText(char* text, size_t size) {
+  const size_t n = strnlen(text, size - 1);
+  memset(text + n, 0, size - n);
+}
 
 ProjectGeneral Normal(const ProjectGeneral& in) {
-  ProjectGeneral out;
-  memset(&out, 0, sizeof out);
-  CopyText(out.CurrentFile, sizeof out.CurrentFile, in.CurrentFile);
-  CopyText(out.HostName, sizeof out.HostName, in.HostName);
-  out.DataFileSAddr = in.DataFileSAddr;
-  out.USBSerialNo = in.USBSerialNo;
-  out.ConnectMode = in.ConnectMode;
-  out.USBPort = in.USBPort;
-  out.GUIMode = in.GUIMode;
+  ProjectGeneral out = in;
+  PadText(out.CurrentFile, sizeof out.CurrentFile);
+  PadText(out.HostName, sizeof out.HostName);
   return out;
 }
 
-void NormalStep(SeqStep& out, const SeqStep& in) {
-  CopyText(out.Comment, sizeof out.Comment, in.Comment);
-  memcpy(out.Data, in.Data, sizeof out.Data);
-  out.Value0 = in.Value0;
-  out.Value1 = in.Value1;
-  out.Action = in.Action;
-}
-
-// The sequence record is large; callers pass the destination.
-void Normal(ProjectSequences& out, const ProjectSequences& in) {
+// The sequence record is large: the result is a buffer of this function's,
+// valid until its next call.
+const ProjectSequences& Normal(const ProjectSequences& in) {
+  static ProjectSequences out;
   memset(&out, 0, sizeof out);
   out.NumInitSteps = in.NumInitSteps > SEQ_MAX_STEPS ? SEQ_MAX_STEPS : in.NumInitSteps;
   out.NumExitSteps = in.NumExitSteps > SEQ_MAX_STEPS ? SEQ_MAX_STEPS : in.NumExitSteps;
   out.Speed0 = in.Speed0;
-  for (uint32_t i = 0; i < out.NumInitSteps; ++i) NormalStep(out.InitSteps[i], in.InitSteps[i]);
-  for (uint32_t i = 0; i < out.NumExitSteps; ++i) NormalStep(out.ExitSteps[i], in.ExitSteps[i]);
-}
-
-FlashParams Normal(const FlashParams& in) {
-  FlashParams out;
-  memset(&out, 0, sizeof out);
-  out.CmdWriteEnable = in.CmdWriteEnable;
-  out.CmdWriteDisable = in.CmdWriteDisable;
-  out.CmdReadID = in.CmdReadID;
-  out.CmdReadStatus = in.CmdReadStatus;
-  out.CmdWriteStatus = in.CmdWriteStatus;
-  out.CmdReadData = in.CmdReadData;
-  out.CmdWritePage = in.CmdWritePage;
-  out.CmdEraseSector = in.CmdEraseSector;
-  out.CmdEraseBulk = in.CmdEraseBulk;
-  out.CmdEnter4ByteMode = in.CmdEnter4ByteMode;
-  out.CmdExit4ByteMode = in.CmdExit4ByteMode;
-  out.NumAddrBytes = in.NumAddrBytes;
-  out.Dedicated4BAddrMode = in.Dedicated4BAddrMode;
-  out.StatusIsReadyBit = in.StatusIsReadyBit;
-  out.StatusBitPos = in.StatusBitPos;
-  out.AutoDetect = in.AutoDetect;
-  out.FlashType = in.FlashType;
-  out.NumPages = in.NumPages;
-  out.PageSizeShift = in.PageSizeShift;
-  out.SectorSizeShift = in.SectorSizeShift;
-  memcpy(out.abID, in.abID, sizeof out.abID);
-  out.ChipClass = in.ChipClass;
+  for (uint32_t i = 0; i < out.NumInitSteps; ++i) {
+    out.InitSteps[i] = in.InitSteps[i];
+    PadText(out.InitSteps[i].Comment, sizeof out.InitSteps[i].Comment);
+  }
+  for (uint32_t i = 0; i < out.NumExitSteps; ++i) {
+    out.ExitSteps[i] = in.ExitSteps[i];
+    PadText(out.ExitSteps[i].Comment, sizeof out.ExitSteps[i].Comment);
+  }
   return out;
 }
 
-ProjectProduction Normal(const ProjectProduction& in) {
-  ProjectProduction out;
-  memset(&out, 0, sizeof out);
-  out.TargetPowerDelay = in.TargetPowerDelay;
-  out.EraseType = in.EraseType;
-  out.AutoPerformsErase = in.AutoPerformsErase;
-  out.AutoPerformsProgram = in.AutoPerformsProgram;
-  out.AutoPerformsVerify = in.AutoPerformsVerify;
-  out.EnableTargetPower = in.EnableTargetPower;
-  out.PerformCompare = in.PerformCompare;
-  return out;
+// The records without strings or steps are compared as they are.
+template <typename T>
+const T& Normal(const T& in) {
+  return in;
 }
 
 // Takes a normalised record when it differs; counts the change.
 template <typename T>
 void Take(T& stored, const T& normal) {
-  if (memcmp(&stored, &normal, sizeof normal) != 0) {
-    memcpy(&stored, &normal, sizeof normal);
-    ++p.modified;
-  }
+  if (stored == normal) return;
+  stored = normal;
+  ++p.modified;
+}
+
+// The common shape of a record's getter, setter and comparing query.
+template <typename T>
+void GetRecord(T* out, const T& held) {
+  if (out == nullptr) return;
+  memset(out, 0, sizeof *out);
+  if (RequireOpen()) *out = held;
+}
+
+template <typename T>
+bool SetRecord(T& held, const T* in) {
+  if (in == nullptr || !RequireOpen()) return false;
+  Take(held, Normal(*in));
+  return true;
+}
+
+template <typename T>
+int RecordDiffers(const T* in, const T& held) {
+  if (in == nullptr) return 0;
+  return Normal(*in) == held ? 0 : 1;
 }
 
 void HandOverTargetPower() {
   if (p.targetPower != nullptr) {
-    p.targetPower(p.production.EnableTargetPower, p.production.TargetPowerDelay);
+    p.targetPower(p.r.production.EnableTargetPower, p.r.production.TargetPowerDelay);
   }
 }
-
-// ---- reading keys ----
-
-// Unsigned value with its missing-key default, clamped to at most `max`.
-uint32_t ReadU32(const char* section, const char* key, uint32_t def, uint32_t max) {
-  uint32_t v = 0;
-  if (SETTINGS_GetU32(section, key, &v) != 0) return def;
-  return v > max ? max : v;
-}
-
-// A byte array whose text does not parse takes its default (all zeros) as a
-// whole: the elements read before the bad one are no value anybody wrote.
-void ReadBytes(const char* section, const char* key, uint8_t* bytes, int size) {
-  if (SETTINGS_GetByteArray(section, key, bytes, size) != 0) memset(bytes, 0, static_cast<size_t>(size));
-}
-
-void ReadSteps(ProjectSequences& seq, bool init) {
-  const char* prefix = init ? "InitStep" : "ExitStep";
-  const uint32_t count = init ? seq.NumInitSteps : seq.NumExitSteps;
-  SeqStep* steps = init ? seq.InitSteps : seq.ExitSteps;
-  for (uint32_t i = 0; i < count; ++i) {
-    SeqStep& s = steps[i];
-    memset(&s, 0, sizeof s);
-    char key[64];
-    char action[160];
-    UTIL_snprintf(key, sizeof key, "%s%d_Action", prefix, static_cast<int>(i));
-    SETTINGS_GetString(kCpu, key, action, sizeof action);
-    UTIL_snprintf(key, sizeof key, "%s%d_Value0", prefix, static_cast<int>(i));
-    s.Value0 = ReadU32(kCpu, key, 0, 0xFFFFFFFFu);
-    UTIL_snprintf(key, sizeof key, "%s%d_Value1", prefix, static_cast<int>(i));
-    if (UTIL_stricmp(action, "Write data") == 0) {
-      ReadBytes(kCpu, key, s.Data, sizeof s.Data);
-    } else {
-      s.Value1 = ReadU32(kCpu, key, 0, 0xFFFFFFFFu);
-    }
-    UTIL_snprintf(key, sizeof key, "%s%d_Comment", prefix, static_cast<int>(i));
-    SETTINGS_GetString(kCpu, key, s.Comment, sizeof s.Comment);
-    const int index = SEQ_FindAction(action);
-    if (index < 0) {
-      s.Action = SEQ_ACTION_DELAY;
-      s.Value0 = 0;
-      s.Value1 = 0;
-    } else {
-      s.Action = static_cast<uint32_t>(index);
-    }
-  }
-}
-
-void WriteSteps(const ProjectSequences& seq, bool init) {
-  const char* prefix = init ? "InitStep" : "ExitStep";
-  const uint32_t count = init ? seq.NumInitSteps : seq.NumExitSteps;
-  const SeqStep* steps = init ? seq.InitSteps : seq.ExitSteps;
-  char key[64];
-  for (uint32_t i = 0; i < count; ++i) {
-    const SeqStep& s = steps[i];
-    const int n = static_cast<int>(i);
-    const SeqAction* action = SEQ_GetAction(s.Action);
-    if (action != nullptr) {
-      UTIL_snprintf(key, sizeof key, "%s%d_Action", prefix, n);
-      SETTINGS_SetString(kCpu, key, action->DisplayName);
-    }
-    auto comment = [&] {
-      UTIL_snprintf(key, sizeof key, "%s%d_Comment", prefix, n);
-      char text[sizeof s.Comment + 1];
-      CopyText(text, sizeof text, s.Comment);
-      SETTINGS_SetString(kCpu, key, text);
-    };
-    // Init steps keep the comment second, exit steps last: existing files
-    // have them so, and a rewrite must not reorder them.
-    if (init) comment();
-    UTIL_snprintf(key, sizeof key, "%s%d_Value0", prefix, n);
-    SETTINGS_SetHex32(kCpu, key, s.Value0);
-    UTIL_snprintf(key, sizeof key, "%s%d_Value1", prefix, n);
-    if (s.Action == SEQ_ACTION_WRITE_DATA) {
-      const uint32_t bytes = s.Value0 > sizeof s.Data ? sizeof s.Data : s.Value0;
-      SETTINGS_SetByteArray(kCpu, key, s.Data, static_cast<int>(bytes));
-    } else {
-      SETTINGS_SetHex32(kCpu, key, s.Value1);
-    }
-    if (!init) comment();
-  }
-}
-
-// ---- defaults of a new project ----
-
-void SetNewDefaults() {
-  ProjectGeneral general;
-  memset(&general, 0, sizeof general);
-  PROJECT_SetGeneral(&general);
-
-  static ProjectSequences seq;
-  memset(&seq, 0, sizeof seq);
-  seq.Speed0 = 12000;
-  PROJECT_SetSequences(&seq);
-
-  FlashParams f;
-  memset(&f, 0, sizeof f);
-  f.CmdWriteEnable = 0x06;
-  f.CmdWriteDisable = 0x04;
-  f.CmdReadID = 0x9F;
-  f.CmdReadStatus = 0x05;
-  f.CmdWriteStatus = 0x01;
-  f.CmdReadData = 0x03;
-  f.CmdWritePage = 0x02;
-  f.CmdEraseSector = 0xD8;
-  f.CmdEraseBulk = 0xC7;
-  f.CmdEnter4ByteMode = 0xB7;
-  f.CmdExit4ByteMode = 0xE9;
-  f.NumAddrBytes = 3;
-  f.StatusIsReadyBit = 1;
-  f.AutoDetect = 1;
-  f.FlashType = 1;
-  PROJECT_SetFlashParams(&f);
-
-  ProjectProduction prod;
-  memset(&prod, 0, sizeof prod);
-  prod.EraseType = 2;
-  prod.PerformCompare = 1;
-  prod.AutoPerformsErase = 1;
-  prod.AutoPerformsProgram = 1;
-  prod.AutoPerformsVerify = 1;
-  prod.TargetPowerDelay = 200;
-  PROJECT_SetProduction(&prod);
-
-  ProjectPerformance perf{};
-  PROJECT_SetPerformance(&perf);
-  PROJECT_SetSectorSelection(nullptr, 0);
-}
-
-void ReportErrorOut(const char* text) { SETTINGS_ReportError(text); }
 
 // Remembers the project as the current one in the application settings.
 void RecordCurrent(const char* fileName) {
@@ -295,7 +132,7 @@ void RecordCurrent(const char* fileName) {
   if (SYS_GetConfigDir(dir, sizeof dir) != 0) return;
   char path[600];
   SYS_MakePath(path, sizeof path, dir, "PellamSPI.ini");
-  APPINI_SetFile(path, ReportErrorOut);
+  APPINI_SetFile(path, projectlog::ReportError);
   APPINI_SetString("PROJECT", "Current", fileName);
 }
 
@@ -332,7 +169,7 @@ int OpenOrNew(const char* fileName, bool open) {
     p.modified = 0;
     LOG_EndOp("Project opened successfully");
   } else {
-    SetNewDefaults();
+    projectio::SetNewDefaults();
     p.modified = 1;
     LOG_EndOp("New project created successfully");
   }
@@ -347,7 +184,7 @@ int WriteProject(const char* fileName) {
     LOG_EndOp("Project saved successfully");
     return 0;
   }
-  SETTINGS_ReportError("Failed to save project file");
+  projectlog::ReportError("Failed to save project file");
   LOG_Pop();
   return -1;
 }
@@ -393,7 +230,7 @@ int PROJECT_Save(void) {
       LOG_Pop();
       return PROJECT_SaveAs(nullptr);
     }
-    SETTINGS_ReportError("Failed to save project file");
+    projectlog::ReportError("Failed to save project file");
     LOG_Pop();
     return -1;
   }
@@ -454,285 +291,88 @@ const char* PROJECT_GetName(void) {
   return name != nullptr ? name : "new project";
 }
 
-// ---------------------------------------------------------------- keys
-
-void PROJECT_LoadKeys(void) {
-  if (!RequireOpen()) return;
-  ProjectGeneral general;
-  memset(&general, 0, sizeof general);
-  SETTINGS_GetString(kGeneral, "CurrentFile", general.CurrentFile, sizeof general.CurrentFile);
-  general.DataFileSAddr = ReadU32(kGeneral, "DataFileSAddr", 0, 0xFFFFFFFFu);
-  SETTINGS_GetString(kGeneral, "HostName", general.HostName, sizeof general.HostName);
-  if (SETTINGS_HasKey(kGeneral, "ConnectMode")) {
-    general.ConnectMode = static_cast<uint8_t>(ReadU32(kGeneral, "ConnectMode", 0, 2));
-  } else {
-    // Older files only knew whether to connect by network.
-    general.ConnectMode = ReadU32(kGeneral, "ConnectIP", 0, 0xFFFFFFFFu) != 0 ? 2 : 0;
-  }
-  general.USBPort = static_cast<uint8_t>(ReadU32(kGeneral, "USBPort", 0, 3));
-  general.USBSerialNo = ReadU32(kGeneral, "USBSerialNo", 0, 0xFFFFFFFFu);
-  general.GUIMode = static_cast<uint8_t>(ReadU32(kGeneral, "GUIMode", 0, 1));
-
-  FlashParams f;
-  memset(&f, 0, sizeof f);
-  f.FlashType = ReadU32(kFlash, "FlashType", 1, 2);
-  if (f.FlashType == 0) f.FlashType = 1;
-  f.AutoDetect = ReadU32(kFlash, "AutoDetect", 1, 1);
-  ReadBytes(kFlash, "abID", f.abID, sizeof f.abID);
-  f.NumPages = ReadU32(kFlash, "NumPages", 65536, 0xFFFFFFFFu);
-  f.PageSizeShift = ReadU32(kFlash, "PageSizeShift", 8, 32);
-  f.SectorSizeShift = ReadU32(kFlash, "SectorSizeShift", 16, 32);
-  static uint8_t selection[kMaxSelection];
-  // A selection that does not parse selects nothing. Treating it as absent,
-  // as other keys are, would select every sector, and -erasesectors would
-  // then erase the whole chip because one item of the list was damaged.
-  const bool hasSelection = SETTINGS_HasKey(kFlash, "SelectedSectors") != 0;
-  if (hasSelection && SETTINGS_GetIndexSet(kFlash, "SelectedSectors", selection, kMaxSelection) != 0)
-    memset(selection, 0, sizeof selection);
-
-  auto hex8 = [](const char* key, uint32_t def, uint32_t max) {
-    return static_cast<uint8_t>(ReadU32(kSpi, key, def, max));
-  };
-  f.CmdWriteEnable = hex8("CmdWriteEnable", 0x06, 255);
-  f.CmdWriteDisable = hex8("CmdWriteDisable", 0x04, 255);
-  f.CmdReadID = hex8("CmdReadID", 0x9F, 255);
-  f.CmdReadStatus = hex8("CmdReadStatus", 0x05, 255);
-  f.CmdWriteStatus = hex8("CmdWriteStatus", 0x01, 255);
-  f.CmdReadData = hex8("CmdReadData", 0x03, 255);
-  f.CmdWritePage = hex8("CmdWritePage", 0x02, 255);
-  f.CmdEraseSector = hex8("CmdEraseSector", 0xD8, 255);
-  f.CmdEraseBulk = hex8("CmdEraseBulk", 0xC7, 255);
-  if (SETTINGS_HasKey(kSpi, "NumAddrBytes")) {
-    f.NumAddrBytes = hex8("NumAddrBytes", 3, 32);
-  } else {
-    // Older files gave the address length per command.
-    static constexpr const char* kOld[] = {"AddrBytesWritePage", "AddrBytesEraseSector",
-                                           "AddrBytesReadData", "AddrBytesReadFast"};
-    f.NumAddrBytes = 3;
-    for (const char* key : kOld) {
-      if (hex8(key, 3, 255) == 4) f.NumAddrBytes = 4;
-    }
-  }
-  f.CmdEnter4ByteMode = hex8("CmdEnter4ByteMode", 0xB7, 255);
-  f.CmdExit4ByteMode = hex8("CmdExit4ByteMode", 0xE9, 255);
-  f.Dedicated4BAddrMode = hex8("Dedicated4BAddrMode", 0, 255);
-  f.StatusIsReadyBit = hex8("StatusIsReadyBit", 0, 1);
-  f.StatusBitPos = hex8("StatusBitPos", 0, 7);
-  f.ChipClass = 0;
-
-  static ProjectSequences seq;
-  memset(&seq, 0, sizeof seq);
-  seq.Speed0 = ReadU32(kJtag, "Speed0", 4000, 25000);
-  if (seq.Speed0 < 1000) seq.Speed0 = 1000;
-  seq.NumInitSteps = ReadU32(kCpu, "NumInitSteps", 0, SEQ_MAX_STEPS);
-  ReadSteps(seq, true);
-  seq.NumExitSteps = ReadU32(kCpu, "NumExitSteps", 0, SEQ_MAX_STEPS);
-  ReadSteps(seq, false);
-
-  ProjectProduction prod;
-  memset(&prod, 0, sizeof prod);
-  prod.EraseType = static_cast<uint8_t>(ReadU32(kProduction, "EraseType", 1, 4));
-  prod.PerformCompare = static_cast<uint8_t>(ReadU32(kProduction, "PerformCompare", 1, 4));
-  prod.AutoPerformsErase = static_cast<uint8_t>(ReadU32(kProduction, "AutoPerformsErase", 1, 1));
-  prod.AutoPerformsProgram = static_cast<uint8_t>(ReadU32(kProduction, "AutoPerformsProgram", 1, 1));
-  prod.AutoPerformsVerify = static_cast<uint8_t>(ReadU32(kProduction, "AutoPerformsVerify", 1, 1));
-  prod.EnableTargetPower = static_cast<uint8_t>(ReadU32(kProduction, "EnableTargetPower", 0, 1));
-  prod.TargetPowerDelay = ReadU32(kProduction, "TargetPowerDelay", 0, 10000);
-
-  ProjectPerformance perf{};
-  perf.DisableSkipBlankDataOnProgram =
-      static_cast<uint8_t>(ReadU32(kPerformance, "DisableSkipBlankDataOnProgram", 0, 1));
-
-  PROJECT_SetGeneral(&general);
-  PROJECT_SetFlashParams(&f);
-  PROJECT_SetSequences(&seq);
-  PROJECT_SetProduction(&prod);
-  PROJECT_SetPerformance(&perf);
-  PROJECT_SetSectorSelection(hasSelection ? selection : nullptr, hasSelection ? kMaxSelection : 0);
-}
-
-void PROJECT_StoreKeys(void) {
-  if (!RequireOpen()) return;
-  SETTINGS_Clear();
-  SETTINGS_SetDec(nullptr, "AppVersion", static_cast<int32_t>(kAppVersion));
-
-  const ProjectGeneral& g = p.general;
-  SETTINGS_SetString(kGeneral, "CurrentFile", g.CurrentFile);
-  SETTINGS_SetHex32(kGeneral, "DataFileSAddr", g.DataFileSAddr);
-  SETTINGS_SetString(kGeneral, "HostName", g.HostName);
-  SETTINGS_SetDec(kGeneral, "ConnectMode", g.ConnectMode);
-  SETTINGS_SetDec(kGeneral, "USBPort", g.USBPort);
-  SETTINGS_SetHex32(kGeneral, "USBSerialNo", g.USBSerialNo);
-  SETTINGS_SetDec(kGeneral, "GUIMode", g.GUIMode);
-
-  SETTINGS_SetDec(kJtag, "Speed0", static_cast<int32_t>(p.sequences.Speed0));
-
-  const FlashParams& f = p.flash;
-  SETTINGS_SetHex32(kFlash, "FlashType", f.FlashType);
-  SETTINGS_SetHex32(kFlash, "AutoDetect", f.AutoDetect);
-  if (f.AutoDetect == 0) SETTINGS_SetByteArray(kFlash, "abID", f.abID, sizeof f.abID);
-  SETTINGS_SetHex32(kFlash, "NumPages", f.NumPages);
-  SETTINGS_SetHex32(kFlash, "PageSizeShift", f.PageSizeShift);
-  SETTINGS_SetHex32(kFlash, "SectorSizeShift", f.SectorSizeShift);
-  if (p.hasSelection) SETTINGS_SetIndexSet(kFlash, "SelectedSectors", p.selection, kMaxSelection);
-
-  SETTINGS_SetDec(kCpu, "NumInitSteps", static_cast<int32_t>(p.sequences.NumInitSteps));
-  WriteSteps(p.sequences, true);
-  SETTINGS_SetDec(kCpu, "NumExitSteps", static_cast<int32_t>(p.sequences.NumExitSteps));
-  WriteSteps(p.sequences, false);
-
-  SETTINGS_SetHex8(kSpi, "CmdWriteEnable", f.CmdWriteEnable);
-  SETTINGS_SetHex8(kSpi, "CmdWriteDisable", f.CmdWriteDisable);
-  SETTINGS_SetHex8(kSpi, "CmdReadID", f.CmdReadID);
-  SETTINGS_SetHex8(kSpi, "CmdReadStatus", f.CmdReadStatus);
-  SETTINGS_SetHex8(kSpi, "CmdWriteStatus", f.CmdWriteStatus);
-  SETTINGS_SetHex8(kSpi, "CmdReadData", f.CmdReadData);
-  SETTINGS_SetHex8(kSpi, "CmdWritePage", f.CmdWritePage);
-  SETTINGS_SetHex8(kSpi, "CmdEraseSector", f.CmdEraseSector);
-  SETTINGS_SetHex8(kSpi, "CmdEraseBulk", f.CmdEraseBulk);
-  SETTINGS_SetHex8(kSpi, "NumAddrBytes", f.NumAddrBytes);
-  SETTINGS_SetHex8(kSpi, "CmdEnter4ByteMode", f.CmdEnter4ByteMode);
-  SETTINGS_SetHex8(kSpi, "CmdExit4ByteMode", f.CmdExit4ByteMode);
-  SETTINGS_SetHex8(kSpi, "Dedicated4BAddrMode", f.Dedicated4BAddrMode);
-  SETTINGS_SetHex8(kSpi, "StatusIsReadyBit", f.StatusIsReadyBit);
-  SETTINGS_SetHex8(kSpi, "StatusBitPos", f.StatusBitPos);
-
-  const ProjectProduction& pr = p.production;
-  SETTINGS_SetDec(kProduction, "EraseType", pr.EraseType);
-  SETTINGS_SetDec(kProduction, "PerformCompare", pr.PerformCompare);
-  SETTINGS_SetDec(kProduction, "AutoPerformsErase", pr.AutoPerformsErase);
-  SETTINGS_SetDec(kProduction, "AutoPerformsProgram", pr.AutoPerformsProgram);
-  SETTINGS_SetDec(kProduction, "AutoPerformsVerify", pr.AutoPerformsVerify);
-  SETTINGS_SetDec(kProduction, "EnableTargetPower", pr.EnableTargetPower);
-  SETTINGS_SetHex32(kProduction, "TargetPowerDelay", pr.TargetPowerDelay);
-
-  SETTINGS_SetHex32(kPerformance, "DisableSkipBlankDataOnProgram", p.performance.DisableSkipBlankDataOnProgram);
-}
-
 // ---------------------------------------------------------------- records
 
-void PROJECT_GetGeneral(ProjectGeneral* out) {
-  if (out == nullptr) return;
-  memset(out, 0, sizeof *out);
-  if (RequireOpen()) *out = p.general;
-}
+void PROJECT_GetGeneral(ProjectGeneral* out) { GetRecord(out, p.r.general); }
 
-void PROJECT_SetGeneral(const ProjectGeneral* in) {
-  if (in == nullptr || !RequireOpen()) return;
-  Take(p.general, Normal(*in));
-}
+void PROJECT_SetGeneral(const ProjectGeneral* in) { SetRecord(p.r.general, in); }
 
-int PROJECT_GeneralDiffers(const ProjectGeneral* in) {
-  if (in == nullptr) return 0;
-  const ProjectGeneral n = Normal(*in);
-  return memcmp(&n, &p.general, sizeof n) != 0 ? 1 : 0;
-}
+int PROJECT_GeneralDiffers(const ProjectGeneral* in) { return RecordDiffers(in, p.r.general); }
 
 const char* PROJECT_GetDataFile(uint32_t* address) {
   if (address != nullptr) *address = 0;
   if (!RequireOpen()) return "";
-  if (address != nullptr) *address = p.general.DataFileSAddr;
-  return p.general.CurrentFile;
+  if (address != nullptr) *address = p.r.general.DataFileSAddr;
+  return p.r.general.CurrentFile;
 }
 
 void PROJECT_SetDataFile(const char* name, uint32_t address) {
   if (!RequireOpen()) return;
-  if (address != p.general.DataFileSAddr) {
-    p.general.DataFileSAddr = address;
+  if (address != p.r.general.DataFileSAddr) {
+    p.r.general.DataFileSAddr = address;
     ++p.modified;
   }
   if (name == nullptr) return;
-  if (strlen(name) >= sizeof p.general.CurrentFile) {
-    SETTINGS_ReportError("Too large file name.");
+  if (strlen(name) >= sizeof p.r.general.CurrentFile) {
+    projectlog::ReportError("Too large file name.");
     return;
   }
-  if (strcmp(name, p.general.CurrentFile) != 0) {
-    CopyText(p.general.CurrentFile, sizeof p.general.CurrentFile, name);
+  if (strcmp(name, p.r.general.CurrentFile) != 0) {
+    CopyText(p.r.general.CurrentFile, sizeof p.r.general.CurrentFile, name);
     ++p.modified;
   }
 }
 
-void PROJECT_GetSequences(ProjectSequences* out) {
-  if (out == nullptr) return;
-  memset(out, 0, sizeof *out);
-  if (RequireOpen()) memcpy(out, &p.sequences, sizeof *out);
+void PROJECT_GetSequences(ProjectSequences* out) { GetRecord(out, p.r.sequences); }
+
+void PROJECT_SetSequences(const ProjectSequences* in) { SetRecord(p.r.sequences, in); }
+
+int PROJECT_SequencesDiffer(const ProjectSequences* in) { return RecordDiffers(in, p.r.sequences); }
+
+uint32_t PROJECT_GetInterfaceSpeed(void) {
+  return RequireOpen() ? p.r.sequences.Speed0 : 0;
 }
 
-void PROJECT_SetSequences(const ProjectSequences* in) {
-  if (in == nullptr || !RequireOpen()) return;
-  static ProjectSequences n;
-  Normal(n, *in);
-  Take(p.sequences, n);
-}
-
-int PROJECT_SequencesDiffer(const ProjectSequences* in) {
-  if (in == nullptr) return 0;
-  static ProjectSequences n;
-  Normal(n, *in);
-  return memcmp(&n, &p.sequences, sizeof n) != 0 ? 1 : 0;
+// The sequence setter with only Speed0 changed: no clamp (that is loading's),
+// one change counted when the value differs.
+void PROJECT_SetInterfaceSpeed(uint32_t kHz) {
+  if (!RequireOpen() || p.r.sequences.Speed0 == kHz) return;
+  p.r.sequences.Speed0 = kHz;
+  ++p.modified;
 }
 
 uint32_t PROJECT_GetStepCount(int list) {
   if (SETTINGS_IsOpen() != 1) return 0;
-  return list == 0 ? p.sequences.NumInitSteps : list == 1 ? p.sequences.NumExitSteps : 0;
+  return list == 0 ? p.r.sequences.NumInitSteps : list == 1 ? p.r.sequences.NumExitSteps : 0;
 }
 
 void PROJECT_GetStep(int list, uint32_t index, SeqStep* out) {
   if (out == nullptr) return;
   memset(out, 0, sizeof *out);
   if (index >= PROJECT_GetStepCount(list)) return;
-  *out = list == 0 ? p.sequences.InitSteps[index] : p.sequences.ExitSteps[index];
+  *out = list == 0 ? p.r.sequences.InitSteps[index] : p.r.sequences.ExitSteps[index];
 }
 
-void PROJECT_GetFlashParams(FlashParams* out) {
-  if (out == nullptr) return;
-  memset(out, 0, sizeof *out);
-  if (RequireOpen()) *out = p.flash;
-}
+void PROJECT_GetFlashParams(FlashParams* out) { GetRecord(out, p.r.flash); }
 
-void PROJECT_SetFlashParams(const FlashParams* in) {
-  if (in == nullptr || !RequireOpen()) return;
-  Take(p.flash, Normal(*in));
-}
+void PROJECT_SetFlashParams(const FlashParams* in) { SetRecord(p.r.flash, in); }
 
-int PROJECT_FlashParamsDiffer(const FlashParams* in) {
-  if (in == nullptr) return 0;
-  const FlashParams n = Normal(*in);
-  return memcmp(&n, &p.flash, sizeof n) != 0 ? 1 : 0;
-}
+int PROJECT_FlashParamsDiffer(const FlashParams* in) { return RecordDiffers(in, p.r.flash); }
 
-void PROJECT_GetProduction(ProjectProduction* out) {
-  if (out == nullptr) return;
-  memset(out, 0, sizeof *out);
-  if (RequireOpen()) *out = p.production;
-}
+void PROJECT_GetProduction(ProjectProduction* out) { GetRecord(out, p.r.production); }
 
 void PROJECT_SetProduction(const ProjectProduction* in) {
-  if (in == nullptr || !RequireOpen()) return;
-  Take(p.production, Normal(*in));
-  HandOverTargetPower();
+  if (SetRecord(p.r.production, in)) HandOverTargetPower();
 }
 
-int PROJECT_ProductionDiffers(const ProjectProduction* in) {
-  if (in == nullptr) return 0;
-  const ProjectProduction n = Normal(*in);
-  return memcmp(&n, &p.production, sizeof n) != 0 ? 1 : 0;
-}
+int PROJECT_ProductionDiffers(const ProjectProduction* in) { return RecordDiffers(in, p.r.production); }
 
-void PROJECT_GetPerformance(ProjectPerformance* out) {
-  if (out == nullptr) return;
-  memset(out, 0, sizeof *out);
-  if (RequireOpen()) *out = p.performance;
-}
+void PROJECT_GetPerformance(ProjectPerformance* out) { GetRecord(out, p.r.performance); }
 
-void PROJECT_SetPerformance(const ProjectPerformance* in) {
-  if (in == nullptr || !RequireOpen()) return;
-  Take(p.performance, *in);
-}
+void PROJECT_SetPerformance(const ProjectPerformance* in) { SetRecord(p.r.performance, in); }
 
 int PROJECT_PerformanceDiffers(const ProjectPerformance* in) {
-  if (in == nullptr) return 0;
-  return in->DisableSkipBlankDataOnProgram != p.performance.DisableSkipBlankDataOnProgram ? 1 : 0;
+  return RecordDiffers(in, p.r.performance);
 }
 
 void PROJECT_SetDisconnectHook(void (*hook)(void)) { p.disconnect = hook; }
@@ -743,13 +383,13 @@ void PROJECT_SetTargetPowerHook(void (*hook)(uint32_t enabled, uint32_t delayMs)
 
 uint32_t PROJECT_GetSectorSelection(uint8_t* flags, uint32_t count) {
   if (flags == nullptr || count == 0) return 0;
-  if (!p.hasSelection || SETTINGS_IsOpen() != 1) {
+  if (!p.r.hasSelection || SETTINGS_IsOpen() != 1) {
     memset(flags, 1, count);
     return count;
   }
   uint32_t selected = 0;
   for (uint32_t i = 0; i < count; ++i) {
-    flags[i] = i < kMaxSelection && p.selection[i] != 0 ? 1 : 0;
+    flags[i] = i < kMaxSelection && p.r.selection[i] != 0 ? 1 : 0;
     selected += flags[i];
   }
   return selected;
@@ -758,9 +398,9 @@ uint32_t PROJECT_GetSectorSelection(uint8_t* flags, uint32_t count) {
 void PROJECT_SetSectorSelection(const uint8_t* flags, uint32_t count) {
   if (!RequireOpen()) return;
   if (flags == nullptr || count == 0) {
-    if (p.hasSelection) {
-      p.hasSelection = false;
-      memset(p.selection, 0, sizeof p.selection);
+    if (p.r.hasSelection) {
+      p.r.hasSelection = false;
+      memset(p.r.selection, 0, sizeof p.r.selection);
       ++p.modified;
     }
     return;
@@ -768,9 +408,36 @@ void PROJECT_SetSectorSelection(const uint8_t* flags, uint32_t count) {
   static uint8_t next[kMaxSelection];
   memset(next, 0, sizeof next);
   for (uint32_t i = 0; i < count && i < kMaxSelection; ++i) next[i] = flags[i] != 0 ? 1 : 0;
-  if (!p.hasSelection || memcmp(next, p.selection, sizeof next) != 0) {
-    memcpy(p.selection, next, sizeof next);
-    p.hasSelection = true;
+  if (!p.r.hasSelection || memcmp(next, p.r.selection, sizeof next) != 0) {
+    memcpy(p.r.selection, next, sizeof next);
+    p.r.hasSelection = true;
     ++p.modified;
   }
 }
+
+// ---------------------------------------------------------------- key input and output
+
+namespace projectio {
+
+bool RequireOpen(void) {
+  if (!Ready()) return false;
+  if (SETTINGS_IsOpen() != 1) {
+    projectlog::ReportError("No project file opened.");
+    return false;
+  }
+  return true;
+}
+
+const Records& HeldRecords(void) { return p.r; }
+
+void TakeRecords(const Records& records) {
+  PROJECT_SetGeneral(&records.general);
+  PROJECT_SetFlashParams(&records.flash);
+  PROJECT_SetSequences(&records.sequences);
+  PROJECT_SetProduction(&records.production);
+  PROJECT_SetPerformance(&records.performance);
+  PROJECT_SetSectorSelection(records.hasSelection ? records.selection : nullptr,
+                             records.hasSelection ? kMaxSelection : 0);
+}
+
+}  // namespace projectio

@@ -14,6 +14,8 @@ struct SeqStep {
   uint32_t Value0;
   uint32_t Value1;
   uint32_t Action;
+
+  bool operator==(const SeqStep&) const = default;
 };
 
 constexpr int SEQ_MAX_STEPS = 256;
@@ -51,12 +53,17 @@ constexpr int SEQ_INIT = 0;
 constexpr int SEQ_EXIT = 1;
 constexpr int SEQ_VAR_BUFFER_SIZE = 16;
 
-// Executes step *stepIndex of the sequence and sets *stepIndex to the next
-// step (index + 1, or a branch target). Returns null on success, else the
-// error text (a process-wide buffer, valid until the next step).
+// Executes step *stepIndex of the project's sequence (SEQ_INIT or SEQ_EXIT),
+// logging it, and sets *stepIndex to the next step (index + 1, or a branch
+// target; a step with no table action is skipped). Values are clamped to the
+// action's parameter limits. Returns null on success, else the error text
+// (a process-wide buffer, valid until the next step).
 const char* SEQ_ExecuteStep(int sequence, uint32_t* stepIndex);
-// Runs all steps: 0 when all ran, 1 on an error or an abort request.
+// Runs the sequence's steps as one logged operation, following branches,
+// until the index reaches the step count: 0 when it does, 1 on a step's
+// error (printed) or an abort request (cleared).
 int SEQ_Run(int sequence);
 
-// The 16-byte variable buffer (for tests and diagnostics).
+// The 16-byte variable buffer the "Var" actions work on; process-wide and
+// kept between runs (for tests and diagnostics).
 uint8_t* SEQ_GetVarBuffer(void);

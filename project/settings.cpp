@@ -11,6 +11,7 @@
 
 #include "app/log.h"
 #include "project/settings_internal.h"
+#include "project/settings_scan.h"
 #include "sys/sys.h"
 #include "util/util.h"
 
@@ -18,12 +19,16 @@ namespace {
 
 constexpr uint32_t kNameSize = 512;
 constexpr uint32_t kGrowStep = 8192;
-constexpr uint32_t kNotFound = 0xFFFFFFFFu;
+constexpr uint32_t kNotFound = SettingsScan::kNotFound;
 constexpr int kLineSize = 2048;
 constexpr int kArrayLineSize = 4096;
 constexpr int kIndexSetBudget = 3968;
 
-inline char Lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+// Project files compare names without regard to case, and a key is followed
+// by blanks and '=' or '['.
+constexpr SettingsScanRules kRules{true, true, true};
+
+inline char Lower(char c) { return SettingsScan::Lower(c); }
 
 // A header or key name inside the text, with the segment it belongs to (a
 // segment is the run of lines from one line starting with '[' to the next;
@@ -122,7 +127,7 @@ class Guard {
 bool RequireOpen(const Guard& guard) {
   if (!guard.ok) return false;
   if (!g.isOpen) {
-    SETTINGS_ReportWarning("No project file opened.");
+    projectlog::ReportWarning("No project file opened.");
     return false;
   }
   return true;
@@ -141,39 +146,16 @@ bool Grow(uint32_t n) {
   return true;
 }
 
-inline bool IsBlank(char c) { return c == ' ' || c == '\t'; }
-inline bool IsEol(char c) { return c == '\r' || c == '\n'; }
+SettingsScan Scan() { return SettingsScan{g.text, g.length, kRules}; }
+inline bool IsBlank(char c) { return SettingsScan::IsBlank(c); }
+inline bool IsEol(char c) { return SettingsScan::IsEol(c); }
 // Ends the name at the start of a key line.
 inline bool EndsKeyName(char c) { return IsBlank(c) || IsEol(c) || c == '=' || c == '['; }
 
-// Case-insensitive match of `name` at `t` (t is zero-terminated, so a short
-// text stops at its terminator).
-bool MatchI(const char* t, const char* name, size_t n) {
-  for (size_t i = 0; i < n; ++i) {
-    if (Lower(t[i]) != Lower(name[i])) return false;
-  }
-  return true;
-}
-
-uint32_t SkipBlanks(uint32_t p) {
-  while (p < g.length && IsBlank(g.text[p])) ++p;
-  return p;
-}
-uint32_t LineEnd(uint32_t p) {
-  while (p < g.length && !IsEol(g.text[p])) ++p;
-  return p;
-}
-// Start of the next line after the line end at `e` (runs of CR/LF are one break).
-uint32_t NextLine(uint32_t e) {
-  while (e < g.length && IsEol(g.text[e])) ++e;
-  return e;
-}
-// Position just after the line break that ends the line at `e`.
-uint32_t PastBreak(uint32_t e) {
-  if (e < g.length && g.text[e] == '\r') ++e;
-  if (e < g.length && g.text[e] == '\n') ++e;
-  return e;
-}
+uint32_t SkipBlanks(uint32_t p) { return Scan().SkipBlanks(p); }
+uint32_t LineEnd(uint32_t p) { return Scan().LineEnd(p); }
+uint32_t NextLine(uint32_t e) { return Scan().NextLine(e); }
+uint32_t PastBreak(uint32_t e) { return Scan().PastBreak(e); }
 
 bool HasName(const char* s) { return s != nullptr && s[0] != '\0'; }
 
@@ -181,34 +163,11 @@ bool HasName(const char* s) { return s != nullptr && s[0] != '\0'; }
 uint32_t FindSection(const char* section) {
   if (!HasName(section)) return g.text != nullptr ? 0 : kNotFound;
   if (g.text == nullptr) return kNotFound;
-  const size_t n = strlen(section);
-  for (uint32_t p = NextLine(0); p < g.length;) {
-    const uint32_t q = SkipBlanks(p);
-    const uint32_t e = LineEnd(p);
-    if (g.text[q] == '[' && e - q > n + 1 && MatchI(g.text + q + 1, section, n) &&
-        g.text[q + 1 + n] == ']') {
-      return e < g.length ? PastBreak(e) : kNotFound;
-    }
-    p = NextLine(e);
-  }
-  return kNotFound;
+  return Scan().FindSection(section);
 }
 
 // Start of the key's line (indentation included) within the section body.
-uint32_t FindKey(uint32_t body, const char* key) {
-  const size_t n = strlen(key);
-  for (uint32_t p = NextLine(body); p < g.length;) {
-    const uint32_t q = SkipBlanks(p);
-    if (g.text[q] == '[') return kNotFound;
-    const uint32_t e = LineEnd(p);
-    if (e - q >= n && MatchI(g.text + q, key, n)) {
-      const uint32_t r = SkipBlanks(q + static_cast<uint32_t>(n));
-      if (r < g.length && (g.text[r] == '=' || g.text[r] == '[')) return p;
-    }
-    p = NextLine(e);
-  }
-  return kNotFound;
-}
+uint32_t FindKey(uint32_t body, const char* key) { return Scan().FindKey(body, key); }
 
 std::string_view View(uint32_t from, uint32_t to) { return {g.text + from, to - from}; }
 
@@ -289,10 +248,7 @@ bool Splice(uint32_t pos, uint32_t removeLen, const char* insert, uint32_t inser
   const uint64_t newLen = static_cast<uint64_t>(g.length) - removeLen + insertLen;
   if (newLen >= 0x7FFFFFFFu || !Grow(static_cast<uint32_t>(newLen))) return false;
   g.index.valid = false;
-  memmove(g.text + pos + insertLen, g.text + pos + removeLen, g.length - pos - removeLen);
-  if (insertLen != 0) memcpy(g.text + pos, insert, insertLen);
-  g.length = static_cast<uint32_t>(newLen);
-  g.text[g.length] = '\0';
+  g.length = SpliceSettingsText(g.text, g.length, pos, removeLen, insert, insertLen);
   return true;
 }
 
@@ -365,7 +321,7 @@ struct Parser {
   int32_t KeyPrefix(const char* key) {
     Blanks();
     const size_t n = strlen(key);
-    if (!MatchI(g.text + pos, key, n)) {
+    if (!Scan().Match(pos, key, n)) {
       char msg[256];
       UTIL_snprintf(msg, sizeof msg, "Expected \"%s\"", key);
       Fail(msg);
@@ -467,9 +423,21 @@ void WriteLine(const char* section, const char* key, const char* line) {
   ++g.modified;
 }
 
-// Appends the platform's file message for a failed open or save.
+// "Could not <verb> file [<name>]\n<reason>" for a failed open or save, the
+// reason chosen by the platform's last error code.
 void FileMessage(char* buf, int size, const char* verb, const char* name, bool readOnly) {
-  SETTINGS_FileMessage(buf, size, verb, name, SYS_GetLastError(), readOnly);
+  const char* reason;
+  switch (SYS_GetLastError()) {
+    case ENOENT: reason = "File not found!"; break;
+    case ENOTDIR: reason = "Path not found!"; break;
+    case EACCES:
+    case EPERM:
+    case EROFS: reason = readOnly ? "File has read only attribute!" : "Access is denied!"; break;
+    case EINVAL:
+    case ENAMETOOLONG: reason = "Filename syntax is incorrect!"; break;
+    default: reason = "Invalid file handle!"; break;
+  }
+  UTIL_snprintf(buf, size, "Could not %s file [%s]\n%s", verb, name, reason);
 }
 
 int WriteFile(const char* fileName) {
@@ -477,26 +445,26 @@ int WriteFile(const char* fileName) {
   char msg[1024] = {};
   int result = 0;
   if (g.fileName[0] == '\0') {
-    SETTINGS_ReportError("Unable to save project file. No filename specified.");
+    projectlog::ReportError("Unable to save project file. No filename specified.");
     return -1;
   }
   // Checked before the file is opened, so a failure never truncates it.
   if (g.text == nullptr || g.capacity == 0) {
     UTIL_snprintf(msg, sizeof msg, "Could not save project file [%s]\nInvalid file content buffer!", g.fileName);
-    SETTINGS_ReportError(msg);
+    projectlog::ReportError(msg);
     return -1;
   }
   // Opening for writing would succeed for a privileged user; the attribute decides.
   if (SYS_FILE_IsReadOnly(g.fileName) == 1) {
     errno = EACCES;
     FileMessage(msg, sizeof msg, "save", g.fileName, true);
-    SETTINGS_ReportError(msg);
+    projectlog::ReportError(msg);
     return -2;
   }
   const int fd = SYS_FILE_OpenSimple(g.fileName, SYS_FILE_WRITE_FLAGS);
   if (fd < 0) {
     FileMessage(msg, sizeof msg, "save", g.fileName, false);
-    SETTINGS_ReportError(msg);
+    projectlog::ReportError(msg);
     return -2;
   }
   if (SYS_FILE_Write(fd, g.text, g.length) != static_cast<int>(g.length)) {
@@ -504,7 +472,7 @@ int WriteFile(const char* fileName) {
     result = -1;
   }
   SYS_FILE_Close(fd);
-  if (msg[0] != '\0') SETTINGS_ReportError(msg);
+  if (msg[0] != '\0') projectlog::ReportError(msg);
   return result;
 }
 
@@ -541,7 +509,7 @@ int SETTINGS_Open(const char* fileName) {
   if (msg[0] != '\0') {
     FreeText();
     g.fileName[0] = '\0';
-    SETTINGS_ReportError(msg);
+    projectlog::ReportError(msg);
     return -1;
   }
   g.isOpen = 1;
@@ -576,12 +544,12 @@ int SETTINGS_New(const char* fileName) {
   g.isOpen = 0;
   char msg[1024];
   if (fileName != nullptr && strlen(fileName) >= kNameSize) {
-    SETTINGS_ReportError("Insufficient memory for filename.");
+    projectlog::ReportError("Insufficient memory for filename.");
     return -1;
   }
   if (HasName(fileName) && SYS_FILE_Exists(fileName)) {
     UTIL_snprintf(msg, sizeof msg, "File already exist:\n%s", fileName);
-    SETTINGS_ReportError(msg);
+    projectlog::ReportError(msg);
     return -1;
   }
   UTIL_strcpy(g.fileName, fileName != nullptr ? fileName : "", kNameSize);
@@ -642,26 +610,26 @@ int SETTINGS_HasKey(const char* section, const char* key) {
 
 // ---------------------------------------------------------------- typed reads
 
-int SETTINGS_GetU32(const char* section, const char* key, uint32_t* value) {
+namespace {
+template <typename T>
+int ReadNumber(const char* section, const char* key, T* value, int64_t min, int64_t max) {
   Guard guard;
   if (value != nullptr) *value = 0;
   if (!RequireOpen(guard) || value == nullptr) return -1;
   Parser p{};
   if (!BeginRead(p, section, key, nullptr)) return -1;
-  const int64_t v = p.Number(-4294967296LL, 4294967295LL);
-  if (!p.failed) *value = static_cast<uint32_t>(v);
+  const int64_t v = p.Number(min, max);
+  if (!p.failed) *value = static_cast<T>(v);
   return EndRead(p);
+}
+}  // namespace
+
+int SETTINGS_GetU32(const char* section, const char* key, uint32_t* value) {
+  return ReadNumber(section, key, value, -4294967296LL, 4294967295LL);
 }
 
 int SETTINGS_GetI32(const char* section, const char* key, int32_t* value) {
-  Guard guard;
-  if (value != nullptr) *value = 0;
-  if (!RequireOpen(guard) || value == nullptr) return -1;
-  Parser p{};
-  if (!BeginRead(p, section, key, nullptr)) return -1;
-  const int64_t v = p.Number(-2147483648LL, 2147483647LL);
-  if (!p.failed) *value = static_cast<int32_t>(v);
-  return EndRead(p);
+  return ReadNumber(section, key, value, -2147483648LL, 2147483647LL);
 }
 
 int SETTINGS_GetString(const char* section, const char* key, char* buffer, int size) {
@@ -742,28 +710,33 @@ int SETTINGS_GetIndexSet(const char* section, const char* key, uint8_t* flags, i
 
 // ---------------------------------------------------------------- typed writes
 
-void SETTINGS_SetHex8(const char* section, const char* key, uint32_t value) {
+namespace {
+// The numeric writes: "  key = value", the value formatted by the caller.
+void WriteNumber(const char* section, const char* key, const char* value) {
   Guard guard;
   if (!RequireOpen(guard) || key == nullptr) return;
   char line[kLineSize];
-  UTIL_snprintf(line, sizeof line, "  %s = 0x%.2X", key, value & 0xFFu);
+  UTIL_snprintf(line, sizeof line, "  %s = %s", key, value);
   WriteLine(section, key, line);
+}
+}  // namespace
+
+void SETTINGS_SetHex8(const char* section, const char* key, uint32_t value) {
+  char text[16];
+  UTIL_snprintf(text, sizeof text, "0x%.2X", value & 0xFFu);
+  WriteNumber(section, key, text);
 }
 
 void SETTINGS_SetDec(const char* section, const char* key, int32_t value) {
-  Guard guard;
-  if (!RequireOpen(guard) || key == nullptr) return;
-  char line[kLineSize];
-  UTIL_snprintf(line, sizeof line, "  %s = %d", key, value);
-  WriteLine(section, key, line);
+  char text[16];
+  UTIL_snprintf(text, sizeof text, "%d", value);
+  WriteNumber(section, key, text);
 }
 
 void SETTINGS_SetHex32(const char* section, const char* key, uint32_t value) {
-  Guard guard;
-  if (!RequireOpen(guard) || key == nullptr) return;
-  char line[kLineSize];
-  UTIL_snprintf(line, sizeof line, "  %s = 0x%.8X", key, value);
-  WriteLine(section, key, line);
+  char text[16];
+  UTIL_snprintf(text, sizeof text, "0x%.8X", value);
+  WriteNumber(section, key, text);
 }
 
 void SETTINGS_SetString(const char* section, const char* key, const char* text) {

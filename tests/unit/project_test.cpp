@@ -4,12 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <type_traits>
 
 #include "project/project.h"
 #include "project/settings.h"
@@ -191,6 +193,28 @@ TEST_F(ProjectTest, Steps) {
   EXPECT_EQ(0x55, s.Data[1]);
 }
 
+// Value1 of a step is a byte array exactly when the action's name is "Write
+// data" in any ASCII case; anything else, near misses included, is a number.
+TEST_F(ProjectTest, WriteDataStepsByNameInAnyCase) {
+  struct Case {
+    const char* action;
+    uint32_t wantAction;
+    bool bytes;
+  } cases[] = {
+      {"Write Data", SEQ_ACTION_WRITE_DATA, true},  {"write data", SEQ_ACTION_WRITE_DATA, true},
+      {"WRITE DATA", SEQ_ACTION_WRITE_DATA, true},  {"Write Data ", SEQ_ACTION_DELAY, false},
+      {"Var Write Data", SEQ_ACTION_VAR_WRITE_DATA, false}, {"WriteData", SEQ_ACTION_DELAY, false},
+  };
+  for (const Case& c : cases) {
+    ASSERT_EQ(0, OpenText(std::string("[CPU]\r\nNumInitSteps = 1\r\nInitStep0_Action = \"") + c.action +
+                          "\"\r\nInitStep0_Value0 = 2\r\nInitStep0_Value1[2] = 0x11,0x22\r\n"));
+    SeqStep s;
+    PROJECT_GetStep(0, 0, &s);
+    EXPECT_EQ(c.wantAction, s.Action) << c.action;
+    EXPECT_EQ(c.bytes ? 0x11 : 0, s.Data[0]) << c.action;
+  }
+}
+
 TEST_F(ProjectTest, SettersCountOnlyChanges) {
   ASSERT_EQ(0, OpenText("[JTAG]\r\nSpeed0 = 4000\r\n"));
   std::unique_ptr<ProjectSequences> seq(new ProjectSequences);
@@ -218,6 +242,134 @@ TEST_F(ProjectTest, SettersCountOnlyChanges) {
   EXPECT_EQ("ERROR: Too large file name.\n", testing::internal::GetCapturedStdout());
   EXPECT_STREQ("a.hex", PROJECT_GetDataFile(&addr));
   EXPECT_EQ(0x200u, addr);  // the address was taken first
+}
+
+// Flips a byte of a record where no field is (padding) or anywhere else.
+void Poke(void* record, size_t offset) { static_cast<uint8_t*>(record)[offset] ^= 0x5A; }
+
+// Gets a record, changes it, asks whether it differs and sets it; returns
+// the query's answer.
+template <typename T>
+int Change(void (*get)(T*), int (*differs)(const T*), void (*set)(const T*),
+           std::type_identity_t<void (*)(T&)> change) {
+  std::unique_ptr<T> r(new T);
+  get(r.get());
+  change(*r);
+  const int d = differs(r.get());
+  set(r.get());
+  return d;
+}
+
+// Each setter counts a change exactly when its comparing query says the
+// record differs: padding, bytes after a string's terminator and steps beyond
+// the step counts are no difference, every field is.
+TEST_F(ProjectTest, SettersAndQueriesAgreeOnEveryRecord) {
+  const std::string text = "[GENERAL]\r\nHostName = \"h\"\r\n[CPU]\r\nNumInitSteps = 1\r\n"
+                           "InitStep0_Action = \"Delay\"\r\nInitStep0_Comment = \"c\"\r\n";
+  struct Case {
+    const char* what;
+    int differs;
+    int (*apply)(void);  // changes one record through its setter, returns the query's answer
+  };
+  static auto flash = [](void (*change)(FlashParams&)) {
+    return Change(PROJECT_GetFlashParams, PROJECT_FlashParamsDiffer, PROJECT_SetFlashParams, change);
+  };
+  static auto production = [](void (*change)(ProjectProduction&)) {
+    return Change(PROJECT_GetProduction, PROJECT_ProductionDiffers, PROJECT_SetProduction, change);
+  };
+  static auto performance = [](void (*change)(ProjectPerformance&)) {
+    return Change(PROJECT_GetPerformance, PROJECT_PerformanceDiffers, PROJECT_SetPerformance, change);
+  };
+  static auto general = [](void (*change)(ProjectGeneral&)) {
+    return Change(PROJECT_GetGeneral, PROJECT_GeneralDiffers, PROJECT_SetGeneral, change);
+  };
+  static auto sequences = [](void (*change)(ProjectSequences&)) {
+    return Change(PROJECT_GetSequences, PROJECT_SequencesDiffer, PROJECT_SetSequences, change);
+  };
+  const Case cases[] = {
+      {"flash unchanged", 0, [] { return flash([](FlashParams&) {}); }},
+      {"flash padding", 0,
+       [] { return flash([](FlashParams& f) { Poke(&f, offsetof(FlashParams, StatusBitPos) + 1); }); }},
+      {"flash ChipClass", 1, [] { return flash([](FlashParams& f) { f.ChipClass = 9; }); }},
+      {"flash abID", 1, [] { return flash([](FlashParams& f) { f.abID[2] = 1; }); }},
+      {"production padding", 0,
+       [] { return production([](ProjectProduction& r) { Poke(&r, sizeof r - 1); }); }},
+      {"production PerformCompare", 1, [] { return production([](ProjectProduction& r) { r.PerformCompare = 3; }); }},
+      {"performance unchanged", 0, [] { return performance([](ProjectPerformance&) {}); }},
+      {"performance changed", 1,
+       [] { return performance([](ProjectPerformance& r) { r.DisableSkipBlankDataOnProgram = 2; }); }},
+      {"general after terminator", 0, [] { return general([](ProjectGeneral& r) { r.CurrentFile[100] = 'x'; }); }},
+      {"general padding", 0, [] { return general([](ProjectGeneral& r) { Poke(&r, sizeof r - 1); }); }},
+      {"general HostName", 1, [] { return general([](ProjectGeneral& r) { r.HostName[0] = 'H'; }); }},
+      {"steps beyond the count", 0, [] { return sequences([](ProjectSequences& r) { r.InitSteps[1].Value0 = 1; }); }},
+      {"comment after terminator", 0,
+       [] { return sequences([](ProjectSequences& r) { r.InitSteps[0].Comment[50] = 'x'; }); }},
+      {"step count above 256", 1, [] { return sequences([](ProjectSequences& r) { r.NumExitSteps = 999; }); }},
+      {"step data", 1, [] { return sequences([](ProjectSequences& r) { r.InitSteps[0].Data[15] = 1; }); }},
+  };
+  for (const Case& c : cases) {
+    ASSERT_EQ(0, OpenText(text));
+    EXPECT_EQ(c.differs, c.apply()) << c.what;
+    EXPECT_EQ(c.differs, PROJECT_IsModified()) << c.what;
+    // The same record again is no change; the counter shows it after a save.
+    const std::string out = dir_ + "/again.pellam";
+    if (c.differs) {
+      testing::internal::CaptureStdout();
+      ASSERT_EQ(0, PROJECT_SaveAs(out.c_str()));
+      testing::internal::GetCapturedStdout();
+    }
+    EXPECT_EQ(0, c.apply()) << c.what;
+    EXPECT_EQ(0, PROJECT_IsModified()) << c.what;
+  }
+}
+
+// The narrow speed accessors behave as the sequence record's getter and
+// setter with only Speed0 changed: the same value, the same count of
+// changes, the same saved file, the same complaint without a project.
+TEST_F(ProjectTest, InterfaceSpeedIsTheSequenceRecordsSpeed) {
+  struct Outcome {
+    uint32_t speed;
+    int modified;
+    std::string saved;
+    bool operator==(const Outcome&) const = default;
+  };
+  auto run = [&](uint32_t speed, bool narrow) {
+    EXPECT_EQ(0, OpenText("[JTAG]\r\nSpeed0 = 8000\r\n[CPU]\r\nNumInitSteps = 1\r\n"));
+    std::unique_ptr<ProjectSequences> seq(new ProjectSequences);
+    for (int twice = 0; twice < 2; ++twice) {
+      if (narrow) {
+        PROJECT_SetInterfaceSpeed(speed);
+      } else {
+        PROJECT_GetSequences(seq.get());
+        seq->Speed0 = speed;
+        PROJECT_SetSequences(seq.get());
+      }
+    }
+    Outcome o{PROJECT_GetInterfaceSpeed(), PROJECT_IsModified(), ""};
+    PROJECT_GetSequences(seq.get());
+    EXPECT_EQ(seq->Speed0, o.speed);
+    const std::string out = dir_ + "/speed.pellam";
+    testing::internal::CaptureStdout();
+    PROJECT_SaveAs(out.c_str());
+    testing::internal::GetCapturedStdout();
+    o.saved = ReadFile(out);
+    return o;
+  };
+  for (uint32_t speed : {8000u, 4000u, 0u, 500u, 30000u, 0xFFFFFFFFu}) {
+    const Outcome wide = run(speed, false);
+    EXPECT_TRUE(wide == run(speed, true)) << speed;
+    EXPECT_EQ(speed, wide.speed);  // no clamp when set
+    EXPECT_EQ(speed != 8000u ? 1 : 0, wide.modified);
+  }
+
+  testing::internal::CaptureStdout();
+  PROJECT_Close();
+  testing::internal::GetCapturedStdout();
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(0u, PROJECT_GetInterfaceSpeed());
+  PROJECT_SetInterfaceSpeed(100);
+  EXPECT_EQ("ERROR: No project file opened.\nERROR: No project file opened.\n",
+            testing::internal::GetCapturedStdout());
 }
 
 TEST_F(ProjectTest, NewProjectDefaults) {

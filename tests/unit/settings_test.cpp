@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <random>
 #include <sstream>
@@ -14,6 +15,7 @@
 #include "project/appini.h"
 #include "project/settings.h"
 #include "project/settings_internal.h"
+#include "project/settings_scan.h"
 #include "tests/e2e/run_program.h"
 
 namespace {
@@ -307,6 +309,47 @@ TEST(SettingsFile, Refusals) {
   EXPECT_GT(SETTINGS_GetModified(), 0);
   chmod(path.c_str(), 0644);
   unlink(path.c_str());
+}
+
+// The one line scanner under the two stores' rules: where they agree and
+// the three places they differ (case, a header without a line end, what may
+// follow a key's name).
+TEST(SettingsScanner, ProjectAndApplicationRules) {
+  constexpr SettingsScanRules kProject{true, true, true};
+  constexpr SettingsScanRules kApp{false, false, false};
+  struct Case {
+    const char* text;
+    const char* section;
+    const char* key;
+    int64_t project;  // key line start, or -1
+    int64_t app;
+  } cases[] = {
+      {"[S]\r\nK = 1\r\n", "S", "K", 5, 5},
+      {"[s]\r\nk = 1\r\n", "S", "K", 5, -1},
+      {"[S]\r\n\r\n\r\n  K=1\r\n", "S", "K", 9, 9},
+      {"[S]\r\nK\t= 1\r\n", "S", "K", 5, -1},
+      {"[S]\r\nK x\r\n", "S", "K", -1, 5},
+      {"[S]\r\nK[2] = 1,2\r\n", "S", "K", 5, -1},
+      {"[S]\r\nKa = 1\r\nK = 2\r\n", "S", "K", 13, 13},
+      {"[S]\r\n[T]\r\nK = 1\r\n", "S", "K", -1, -1},
+      {"[ S]\r\nK = 1\r\n", "S", "K", -1, -1},
+      {"[S]x\nK = 1", "S", "K", 5, 5},
+      {"K = 1\r\n[S]", "S", "K", -1, -1},
+  };
+  for (const Case& c : cases) {
+    const uint32_t n = static_cast<uint32_t>(strlen(c.text));
+    for (const bool app : {false, true}) {
+      const SettingsScan scan{c.text, n, app ? kApp : kProject};
+      const uint32_t body = scan.FindSection(c.section);
+      const uint32_t line = body == SettingsScan::kNotFound ? body : scan.FindKey(body, c.key);
+      const int64_t want = app ? c.app : c.project;
+      EXPECT_EQ(want, line == SettingsScan::kNotFound ? -1 : static_cast<int64_t>(line)) << c.text << app;
+    }
+  }
+  // A header on the last line: no section for the project file, an empty
+  // body at the end for the application store.
+  EXPECT_EQ(SettingsScan::kNotFound, (SettingsScan{"[S]", 3, kProject}.FindSection("S")));
+  EXPECT_EQ(3u, (SettingsScan{"[S]", 3, kApp}.FindSection("S")));
 }
 
 TEST(AppSettings, CaseSensitiveStoreWrittenAfterEveryChange) {
