@@ -366,14 +366,9 @@ int OptIp(Walk&, const char* arg, size_t n) {
 }
 
 int OptSpeed(Walk& w, const char* arg, size_t n) {
-  // The sequence record is large; it holds the interface speed. It is
-  // copied before the value is parsed, so a missing project is reported first.
-  SYS_Ptr<ProjectSequences> block = SYS_New<ProjectSequences>();
-  if (block == nullptr) {
-    LOG_Error("Out of memory");
-    return 0;
-  }
-  PROJECT_GetSequences(block.get());
+  // The speed is read before the value is parsed, so a missing project is
+  // reported ahead of a bad value (and once more by the setter).
+  PROJECT_GetInterfaceSpeed();
   const char* c = TakeValue(w, arg, n);
   if (c == nullptr) {
     LOG_Error("Missing command line parameter after option \"-speed\".\n");
@@ -381,8 +376,7 @@ int OptSpeed(Walk& w, const char* arg, size_t n) {
   }
   uint32_t speed;
   if (!ReadNumber(w, &c, &speed, "after option \"-speed\"")) return -1;
-  block->Speed0 = speed;
-  PROJECT_SetSequences(block.get());
+  PROJECT_SetInterfaceSpeed(speed);
   return 0;
 }
 

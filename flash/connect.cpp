@@ -125,12 +125,7 @@ int PrepareTarget() {
     return -261;
   }
   TARLOARM_TIF_Select(kSpiInterface);
-  {
-    // The speed lives in the sequence record, which is too big for the stack.
-    static ProjectSequences sequences;
-    PROJECT_GetSequences(&sequences);
-    TARLOARM_SetSpeed(sequences.Speed0);
-  }
+  TARLOARM_SetSpeed(PROJECT_GetInterfaceSpeed());
   if (TargetPowerEnabled) {
     ExecPowerCommand("SupplyPower = 1");
     SYS_Sleep(TargetPowerDelay);

@@ -61,6 +61,7 @@ using fake::project;
 int PROJECT_IsOpen(void) { return project().open ? 1 : 0; }
 void PROJECT_GetGeneral(ProjectGeneral* out) { *out = project().general; }
 void PROJECT_GetSequences(ProjectSequences* out) { *out = project().sequences; }
+uint32_t PROJECT_GetInterfaceSpeed(void) { return project().sequences.Speed0; }
 void PROJECT_GetFlashParams(FlashParams* out) { *out = project().flash; }
 void PROJECT_SetFlashParams(const FlashParams* in) { project().flash = *in; }
 void PROJECT_GetPerformance(ProjectPerformance* out) { std::memset(out, 0, sizeof(*out)); }
