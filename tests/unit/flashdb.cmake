@@ -2,12 +2,8 @@
 # against stand-ins for the project model and the probe library
 # (tests/unit/flashdb_fakes.*).
 add_library(pellam_conn_testlib STATIC
-  ${CMAKE_SOURCE_DIR}/flash/chiptable.cpp
-  ${CMAKE_SOURCE_DIR}/flash/flashdb.cpp
-  ${CMAKE_SOURCE_DIR}/flash/connect.cpp
-  ${CMAKE_SOURCE_DIR}/flash/spicmd.cpp
-  ${CMAKE_SOURCE_DIR}/flash/seq/seq.cpp
-  ${CMAKE_SOURCE_DIR}/project/seqactions.cpp
+  $<TARGET_OBJECTS:pellam_flash_core>
+  $<TARGET_OBJECTS:pellam_seqactions>
   ${CMAKE_SOURCE_DIR}/tests/unit/flashdb_fakes.cpp)
 target_link_libraries(pellam_conn_testlib PUBLIC pellam_log pellam_dataimage pellam_sys pellam_util)
 

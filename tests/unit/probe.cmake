@@ -2,6 +2,7 @@
 # library share a directory of their own.
 set(probe_fake_dir ${CMAKE_BINARY_DIR}/probe-fake)
 add_library(probe_fake_lib SHARED ${CMAKE_SOURCE_DIR}/tests/unit/probe_fake_lib.cpp)
+target_include_directories(probe_fake_lib PRIVATE ${CMAKE_SOURCE_DIR})
 set_target_properties(probe_fake_lib PROPERTIES OUTPUT_NAME tarloarm PREFIX lib SUFFIX .so
   LIBRARY_OUTPUT_DIRECTORY ${probe_fake_dir} CXX_VISIBILITY_PRESET hidden)
 pellam_test(probe_fake_test SOURCES ${CMAKE_SOURCE_DIR}/tests/unit/probe_fake_test.cpp LIBS pellam_probe)
@@ -18,4 +19,5 @@ add_library(probe_fake_edit SHARED ${CMAKE_SOURCE_DIR}/tests/unit/probe_fake_lib
 set_target_properties(probe_fake_edit PROPERTIES OUTPUT_NAME edit PREFIX lib SUFFIX .so.0
   LIBRARY_OUTPUT_DIRECTORY ${probe_fake_dir}/ThirdParty CXX_VISIBILITY_PRESET hidden)
 target_compile_definitions(probe_fake_edit PRIVATE PELLAM_FAKE_EDIT)
+target_include_directories(probe_fake_edit PRIVATE ${CMAKE_SOURCE_DIR})
 add_dependencies(probe_fake_test probe_fake_edit)
