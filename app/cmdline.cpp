@@ -43,6 +43,8 @@ struct Walk {
   const char* cursor;           // parse position inside it
   char parseError[kErrorSize];  // the number parser's complaint; non-empty means error
 
+  const char* option;           // the option being carried out, as the table names it
+
   bool HasNext() const { return argIndex + 1 < argc; }
   const char* TakeNext() { return argv[++argIndex]; }
   bool Failed() const { return parseError[0] != '\0'; }
@@ -75,23 +77,34 @@ const char* TakeValue(Walk& w, const char* arg, size_t nameLength) {
   return w.HasNext() ? w.TakeNext() : nullptr;
 }
 
+// The complaint of an option whose parameter is missing; returns -1.
+int MissingParameter(const Walk& w) {
+  LOG_Error("Missing command line parameter after option \"%s\".\n", w.option);
+  return -1;
+}
+
 // Reads a number at *c. False after reporting the parser's complaint
-// followed by where it was found ("<complaint> <where>.").
-bool ReadNumber(Walk& w, const char** c, uint32_t* value, const char* where) {
+// followed by where it was found: "after option" and the option's name,
+// or the given text.
+bool ReadNumber(Walk& w, const char** c, uint32_t* value, const char* where = nullptr) {
   *value = CMDLINE_GetNumber(c, w.parseError);
   if (!w.Failed()) return true;
-  LOG_Error("%s %s.\n", w.parseError, where);
+  if (where == nullptr) {
+    LOG_Error("%s after option \"%s\".\n", w.parseError, w.option);
+  } else {
+    LOG_Error("%s %s.\n", w.parseError, where);
+  }
   return false;
 }
 
 // The separate-argument range form: two numbers separated by white space or
 // a single '-'. False after reporting as ReadNumber does.
-bool ReadSeparateRange(Walk& w, const char* text, uint32_t* start, uint32_t* end, const char* where) {
+bool ReadSeparateRange(Walk& w, const char* text, uint32_t* start, uint32_t* end) {
   const char* c = text;
-  if (!ReadNumber(w, &c, start, where)) return false;
+  if (!ReadNumber(w, &c, start)) return false;
   c = SkipSpace(c);
   if (*c == '-') c++;
-  return ReadNumber(w, &c, end, where);
+  return ReadNumber(w, &c, end);
 }
 
 // A save covers the whole current image unless a range is given.
@@ -117,10 +130,7 @@ void SetOverride(const ConnectionChoice& choice) { SPI_SetConnectionOverride(&ch
 
 int OptOpenProject(Walk& w, const char* arg, size_t n) {
   char name[kPathSize];
-  if (TakeFileName(w, arg, n, name) < 0) {
-    LOG_Error("Missing command line parameter after option \"-openprj\".\n");
-    return -1;
-  }
+  if (TakeFileName(w, arg, n, name) < 0) return MissingParameter(w);
   GetExtension(name);
   if (!ExtensionIs(".pellam")) {
     LOG_Error("Wrong file extension after option \"-openprj\".\n");
@@ -134,10 +144,7 @@ int OptOpenProject(Walk& w, const char* arg, size_t n) {
 int OptOpen(Walk& w, const char* arg, size_t n) {
   char name[kPathSize];
   const int form = TakeFileName(w, arg, n, name);
-  if (form < 0) {
-    LOG_Error("Missing command line parameter after option \"-open\".\n");
-    return -1;
-  }
+  if (form < 0) return MissingParameter(w);
   UTIL_strcpy(dataFilePath, name, sizeof dataFilePath);
   GetExtension(dataFilePath);
   uint32_t base = 0;
@@ -150,7 +157,7 @@ int OptOpen(Walk& w, const char* arg, size_t n) {
       LOG_Error("Missing command line parameter after data file path.\n");
       return -1;
     }
-    if (!ReadNumber(w, &text, &base, glued ? "after ',' for option \"-open\"" : "after option \"-open\"")) return -1;
+    if (!ReadNumber(w, &text, &base, glued ? "after ',' for option \"-open\"" : nullptr)) return -1;
   }
   DATAFILE_Open(dataFilePath, static_cast<int32_t>(base));
   return 0;
@@ -159,10 +166,7 @@ int OptOpen(Walk& w, const char* arg, size_t n) {
 int OptSaveAs(Walk& w, const char* arg, size_t n) {
   char name[kPathSize];
   const int form = TakeFileName(w, arg, n, name);
-  if (form < 0) {
-    LOG_Error("Missing command line parameter after option \"-saveas\".\n");
-    return -1;
-  }
+  if (form < 0) return MissingParameter(w);
   UTIL_strcpy(dataFilePath, name, sizeof dataFilePath);
   GetExtension(dataFilePath);
   uint32_t start, end;
@@ -183,7 +187,7 @@ int OptSaveAs(Walk& w, const char* arg, size_t n) {
     c++;
     if (!ReadNumber(w, &c, &end, "as EADDR for option \"-saveas\"")) return -1;
   } else if (form == 1 && (ExtensionIs(".bin") || ExtensionIs(".c")) && NextIsRange(w)) {
-    if (!ReadSeparateRange(w, w.TakeNext(), &start, &end, "after option \"-saveas\"")) return -1;
+    if (!ReadSeparateRange(w, w.TakeNext(), &start, &end)) return -1;
   }
   DATAFILE_Save(APP_GetCurrentImage(), dataFilePath, static_cast<int32_t>(start),
                 static_cast<int32_t>(end));
@@ -202,7 +206,7 @@ int OptSave(Walk& w, const char* arg, size_t n) {
     if (arg[n] != '\0') {
       const char* c = SkipSpace(arg + n);
       if (*c != '\0') {
-        if (!ReadNumber(w, &c, &start, "after option \"-save\"")) return -1;
+        if (!ReadNumber(w, &c, &start)) return -1;
         c = SkipSpace(c);
         if (*c != ',') {
           LOG_Error("Unknown symbol after first address.\n");
@@ -213,7 +217,7 @@ int OptSave(Walk& w, const char* arg, size_t n) {
       }
     } else if (NextIsRange(w)) {
       uint32_t s, e;
-      if (!ReadSeparateRange(w, w.argv[w.argIndex + 1], &s, &e, "after option \"-save\"")) return -1;
+      if (!ReadSeparateRange(w, w.argv[w.argIndex + 1], &s, &e)) return -1;
       w.argIndex++;
       start = s;
       end = e;
@@ -226,10 +230,7 @@ int OptSave(Walk& w, const char* arg, size_t n) {
 
 int OptPellamLog(Walk& w, const char* arg, size_t n) {
   char name[kPathSize];
-  if (TakeFileName(w, arg, n, name) < 0) {
-    LOG_Error("Missing command line parameter after option \"-pellamlog\".\n");
-    return -1;
-  }
+  if (TakeFileName(w, arg, n, name) < 0) return MissingParameter(w);
   PellamLogPath.reset();
   PellamLogPath = CopyText(name);
   // From here on the file keeps a copy of everything printed on standard
@@ -245,10 +246,7 @@ int OptPellamLog(Walk& w, const char* arg, size_t n) {
 
 int OptTarloLog(Walk& w, const char* arg, size_t n) {
   char name[kPathSize];
-  if (TakeFileName(w, arg, n, name) < 0) {
-    LOG_Error("Missing command line parameter after option \"-tarlolog\".\n");
-    return -1;
-  }
+  if (TakeFileName(w, arg, n, name) < 0) return MissingParameter(w);
   SPI_SetTarloLogPath(name);
   return 0;
 }
@@ -271,14 +269,11 @@ int RunOnImage(Walk&, const char*, size_t) {
 int OptReadRange(Walk& w, const char* arg, size_t n) {
   uint32_t start = 0, end = 0;
   if (arg[n] == '\0') {
-    if (!w.HasNext()) {
-      LOG_Error("Missing command line parameter after option \"-readrange\".\n");
-      return -1;
-    }
-    if (!ReadSeparateRange(w, w.TakeNext(), &start, &end, "after option \"-readrange\"")) return -1;
+    if (!w.HasNext()) return MissingParameter(w);
+    if (!ReadSeparateRange(w, w.TakeNext(), &start, &end)) return -1;
   } else {
     const char* c = arg + n;
-    if (!ReadNumber(w, &c, &start, "after option \"-readrange\"")) return -1;
+    if (!ReadNumber(w, &c, &start)) return -1;
     c = SkipSpace(c);
     if (*c != ',') {
       LOG_Error("Missing ',' after first address.\n");
@@ -302,10 +297,7 @@ int OptReadChip(Walk&, const char*, size_t) {
 }
 
 int OptSelect(Walk& w, const char*, size_t) {
-  if (!w.HasNext()) {
-    LOG_Error("Missing command line parameter after option \"-select\".\n");
-    return -1;
-  }
+  if (!w.HasNext()) return MissingParameter(w);
   const char* c = w.TakeNext();
   ConnectionChoice choice = {};
   if (CMDLINE_IsKeyword(&c, "USB")) {
@@ -370,24 +362,18 @@ int OptSpeed(Walk& w, const char* arg, size_t n) {
   // reported ahead of a bad value (and once more by the setter).
   PROJECT_GetInterfaceSpeed();
   const char* c = TakeValue(w, arg, n);
-  if (c == nullptr) {
-    LOG_Error("Missing command line parameter after option \"-speed\".\n");
-    return -1;
-  }
+  if (c == nullptr) return MissingParameter(w);
   uint32_t speed;
-  if (!ReadNumber(w, &c, &speed, "after option \"-speed\"")) return -1;
+  if (!ReadNumber(w, &c, &speed)) return -1;
   PROJECT_SetInterfaceSpeed(speed);
   return 0;
 }
 
 int OptVerbose(Walk& w, const char* arg, size_t n) {
   const char* c = TakeValue(w, arg, n);
-  if (c == nullptr) {
-    LOG_Error("Missing command line parameter after option \"-verbose\".\n");
-    return -1;
-  }
+  if (c == nullptr) return MissingParameter(w);
   uint32_t level;
-  if (!ReadNumber(w, &c, &level, "after option \"-verbose\"")) return -1;
+  if (!ReadNumber(w, &c, &level)) return -1;
   LOG_SetVerbosity(static_cast<int32_t>(level < 9 ? level : 9));
   return 0;
 }
@@ -488,6 +474,7 @@ int CMDLINE_Execute(int argc, char** argv) {
       LOG_Warning("Unknown command line parameter %s found.", arg);
       continue;
     }
+    w.option = option->name;
     if (option->run(w, arg, std::strlen(option->name)) < 0) return -1;
   }
   return 0;
