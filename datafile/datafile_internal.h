@@ -1,5 +1,6 @@
 // Shared pieces of the readers and writers: hex digit tables, the input
-// buffer that the text readers refill, and the reader and writer frames.
+// buffer that the text readers refill, and the reader and writer frames
+// (the text-record reader frame is in datafile_records.h).
 #pragma once
 #include <array>
 #include <cstdint>
@@ -90,25 +91,6 @@ int WriteFrame(MemImage* image, const char* fileName, char* errorText, uint32_t 
 
 constexpr char kReadOutOfMemory[] = "Could not read file. Out of memory.";
 
-// Adds one record's data. 0 when added; -5 with `message` set when it runs
-// past the address space or overlaps loaded data; -3 with `message` set when
-// no memory was left for it.
-inline int AddRecord(MemImage* image, uint32_t address, uint32_t count, const uint8_t* data,
-                     const char*& message) {
-  if (uint64_t(address) + count > 0x100000000ull) {
-    message = "Address range exceeds 0xFFFFFFFF";
-    return -5;
-  }
-  const int r = MEMIMAGE_AddData(image, address, count, data, -1);
-  if (r == 0) return 0;
-  if (r == -1) {
-    message = "Areas overlap";
-    return -5;
-  }
-  message = "Out of memory";
-  return -3;
-}
-
 // The common reader frame around a parser. An add whose bytes could not be
 // allocated leaves a range without bytes; such an image is not a successful
 // load, whatever the parser says.
@@ -124,38 +106,6 @@ int ReadFrame(MemImage* image, char* errorText, uint32_t errorTextSize, Parser&&
   image->changeCount = 0;
   MEMIMAGE_Unlock(image);
   return r;
-}
-
-// The text-record reader frame: open the file, run the parser over the
-// refilled input buffer, and wrap a parser complaint as "Error in line %d: %s"
-// with the line it stopped on. State is the parser's record (with `message`).
-template <typename State, typename Parse>
-int ReadRecordFile(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
-                   const char* noMemoryMessage, Parse&& parse) {
-  return ReadFrame(image, errorText, errorTextSize, [&]() -> int {
-    const int fd = OpenForRead(fileName, errorText, errorTextSize);
-    if (fd < 0) return -1;
-    uint32_t line = 0;
-    State state;
-    int result;
-    {
-      InputBuffer in(fd);
-      if (!in.ok()) {
-        state.message = noMemoryMessage;
-        result = -3;
-      } else {
-        result = parse(in, line, state);
-      }
-    }
-    SYS_FILE_Close(fd);
-    if (result != 0) {
-      char text[300];
-      UTIL_snprintf(text, sizeof text, "Error in line %d: %s", static_cast<int>(line + 1),
-                    state.message != nullptr ? state.message : "");
-      DATAFILE_StoreError(errorText, errorTextSize, text);
-    }
-    return result;
-  });
 }
 
 }  // namespace datafile

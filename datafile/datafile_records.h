@@ -1,0 +1,138 @@
+// The frame shared by the text-record readers (Intel HEX, S-record): open
+// and buffer the file, check its first character, decode each record's hex
+// pairs with their sum, test the checksum, add data records to the image,
+// and report a failure as "Error in line %d: %s". A format supplies only
+// what differs, as a type with these members:
+//
+//   static constexpr char kLead;                 first character of a file
+//   static constexpr const char* kNotThisFormat; message when it is not
+//   static constexpr const char* kNoMemory;      message when no input buffer
+//   static constexpr uint32_t kChecksumSum;      low byte of a good record's sum
+//   int  Begin(RecordReader&);      find the record's start: 1 record, 0 end, else failure
+//   bool ReadBody(RecordReader&);   its hex pairs, through ReadPairs; false on a non-digit
+//   int  ChecksumError(RecordReader&);  store the checksum message; returns -5
+//   int  Apply(RecordReader&);      act on the record; 0 or failure
+//   int  End(RecordReader&);        what may follow a record; 0 or failure
+#pragma once
+#include <cstdint>
+
+#include "datafile/datafile_internal.h"
+
+namespace datafile {
+
+constexpr char kExpectedHexDigit[] = "Expected Hex character : 0..9, A..F";
+
+// The input is refilled whenever fewer than this many unparsed bytes are
+// left, more than the longest record, so a record is always held whole.
+constexpr uint32_t kRefillBelow = 1000;
+
+// Parse state of one record file, handed to the format's steps.
+class RecordReader {
+ public:
+  RecordReader(MemImage* image, InputBuffer& in, DATAFILE_PROGRESS_FUNC progress, void* context)
+      : in(in), buf(in.data()), image_(image), progress_(progress), context_(context) {}
+
+  InputBuffer& in;
+  uint8_t* const buf;           // the input buffer (fixed; refills move bytes inside it)
+  const uint8_t* p = nullptr;   // parse position within the current record
+  uint32_t line = 0;            // line counter, 0-based
+  uint32_t sum = 0;             // sum of the record's bytes read so far
+  const char* message = nullptr;
+  char text[128] = {};
+
+  // Reads n hex pairs at p into out, adding each to sum. False at the first
+  // character that is not a hex digit (p then stays on its pair).
+  bool ReadPairs(uint8_t* out, uint32_t n) {
+    for (uint32_t i = 0; i < n; i++) {
+      const uint8_t hi = kHexValue[p[0]];
+      if (hi > 15) return false;
+      const uint8_t lo = kHexValue[p[1]];
+      if (lo > 15) return false;
+      p += 2;
+      out[i] = static_cast<uint8_t>(hi << 4 | lo);
+      sum += out[i];
+    }
+    return true;
+  }
+
+  // Stores the message (`text` is there for formatted ones); returns the
+  // result of a bad record.
+  int Fail(const char* m) {
+    message = m;
+    return -5;
+  }
+
+  // A data record: reports progress, then adds its bytes. 0 when added;
+  // -5 when they run past the address space or overlap loaded data; -3 when
+  // no memory was left for them; the message stored with either.
+  int AddData(uint32_t address, uint32_t count, const uint8_t* data) {
+    Progress(progress_, context_, image_, address);
+    if (uint64_t(address) + count > 0x100000000ull) return Fail("Address range exceeds 0xFFFFFFFF");
+    const int r = MEMIMAGE_AddData(image_, address, count, data, -1);
+    if (r == 0) return 0;
+    if (r == -1) return Fail("Areas overlap");
+    message = "Out of memory";
+    return -3;
+  }
+
+ private:
+  MemImage* image_;
+  DATAFILE_PROGRESS_FUNC progress_;
+  void* context_;
+};
+
+// The record loop over an open input buffer: 0 at the end of the data, -4
+// for a file of another format, -5 or -3 at the first bad record.
+template <typename Format>
+int ParseRecords(RecordReader& rd, Format& format) {
+  for (bool first = true;; first = false) {
+    if (rd.in.Remaining() < kRefillBelow) rd.in.Refill();
+    if (first && rd.buf[0] != Format::kLead) {
+      rd.message = Format::kNotThisFormat;
+      return -4;
+    }
+    int r = format.Begin(rd);
+    if (r != 1) return r;
+    rd.sum = 0;
+    if (!format.ReadBody(rd)) return rd.Fail(kExpectedHexDigit);
+    if ((rd.sum & 0xFF) != Format::kChecksumSum) return format.ChecksumError(rd);
+    if ((r = format.Apply(rd)) != 0) return r;
+    if ((r = format.End(rd)) != 0) return r;
+  }
+}
+
+// Stores a record failure as "Error in line %d: %s" (line counted from 1).
+inline void StoreLineError(char* errorText, uint32_t errorTextSize, uint32_t line, const char* message) {
+  char text[300];
+  UTIL_snprintf(text, sizeof text, "Error in line %d: %s", static_cast<int>(line + 1),
+                message != nullptr ? message : "");
+  DATAFILE_StoreError(errorText, errorTextSize, text);
+}
+
+// A whole record file into the image, under the reader frame. A failure
+// after the open is stored with its line.
+template <typename Format>
+int ReadRecordFile(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
+                   DATAFILE_PROGRESS_FUNC progress, void* context) {
+  return ReadFrame(image, errorText, errorTextSize, [&]() -> int {
+    const int fd = OpenForRead(fileName, errorText, errorTextSize);
+    if (fd < 0) return -1;
+    int result;
+    {
+      InputBuffer in(fd);
+      RecordReader rd(image, in, progress, context);
+      if (!in.ok()) {
+        rd.message = Format::kNoMemory;
+        result = -3;
+      } else {
+        Format format;
+        result = ParseRecords(rd, format);
+      }
+      if (result != 0) StoreLineError(errorText, errorTextSize, rd.line, rd.message);
+    }
+    SYS_FILE_Close(fd);
+    return result;
+  });
+}
+
+}  // namespace datafile
