@@ -101,6 +101,45 @@ class HexFormat {
   uint8_t checksum_ = 0;
 };
 
+// An extended linear address record for the upper half of base.
+void WriteLinearBase(FileWriter* w, uint32_t base) {
+  const uint32_t hi = (base >> 24) & 0xFF;
+  const uint32_t lo = (base >> 16) & 0xFF;
+  char line[9 + 3 * 2 + 2];
+  char* q = line;
+  std::memcpy(q, ":02000004", 9);
+  q += 9;
+  q = PutHexByte(q, hi);
+  q = PutHexByte(q, lo);
+  q = PutHexByte(q, (0x100 - ((2 + 4 + hi + lo) & 0xFF)) & 0xFF);
+  *q++ = '\r';
+  *q++ = '\n';
+  FILEWRITER_Write(w, line, static_cast<uint32_t>(q - line));
+}
+
+// A data record at the given distance from the base. The address field
+// wraps when a record runs past a 64 KiB boundary.
+void WriteDataRecord(FileWriter* w, uint32_t offset, const uint8_t* data, uint32_t len) {
+  const uint32_t rel = offset & 0xFFFF;
+  uint32_t sum = len + (rel >> 8) + (rel & 0xFF);
+  char line[1 + 2 * (4 + 32 + 1) + 2];
+  char* q = line;
+  *q++ = ':';
+  q = PutHexByte(q, len);
+  q = PutHexByte(q, rel >> 8);
+  q = PutHexByte(q, rel & 0xFF);
+  *q++ = '0';
+  *q++ = '0';
+  for (uint32_t i = 0; i < len; i++) {
+    sum += data[i];
+    q = PutHexByte(q, data[i]);
+  }
+  q = PutHexByte(q, (0x100 - (sum & 0xFF)) & 0xFF);
+  *q++ = '\r';
+  *q++ = '\n';
+  FILEWRITER_Write(w, line, static_cast<uint32_t>(q - line));
+}
+
 }  // namespace
 
 int DATAFILE_ReadHexEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
@@ -116,49 +155,15 @@ int DATAFILE_WriteHexEx(MemImage* image, const char* fileName, char* errorText, 
                         DATAFILE_PROGRESS_FUNC progress, void* context) {
   return WriteFrame(image, fileName, errorText, errorTextSize, [&](FileWriter* w) {
     uint8_t data[32];
-    char line[1 + 2 * (4 + 32 + 1) + 2];
-    uint64_t c = 0;
     uint64_t base = 0;
-    while (c <= 0xFFFFFFFFull) {
-      uint32_t bs = 0;
-      const int32_t len =
-          MEMIMAGE_GetBlock(image, static_cast<uint32_t>(c), 0xFFFFFFFFu, 0, 0xFF, data, nullptr, &bs, 32, 0, 0);
-      if (len <= 0) break;
-      Progress(progress, context, image, bs);
-      if (bs > base + 0xFFFF) {
-        base = bs & 0xFFFF0000u;
-        const uint32_t hi = static_cast<uint32_t>(base >> 24) & 0xFF;
-        const uint32_t lo = static_cast<uint32_t>(base >> 16) & 0xFF;
-        char* q = line;
-        std::memcpy(q, ":02000004", 9);
-        q += 9;
-        q = PutHexByte(q, hi);
-        q = PutHexByte(q, lo);
-        q = PutHexByte(q, (0x100 - ((2 + 4 + hi + lo) & 0xFF)) & 0xFF);
-        *q++ = '\r';
-        *q++ = '\n';
-        FILEWRITER_Write(w, line, static_cast<uint32_t>(q - line));
-      }
-      // The address field wraps when a record runs past a 64 KiB boundary.
-      const uint32_t rel = static_cast<uint32_t>(bs - base) & 0xFFFF;
-      uint32_t sum = static_cast<uint32_t>(len) + (rel >> 8) + (rel & 0xFF);
-      char* q = line;
-      *q++ = ':';
-      q = PutHexByte(q, static_cast<uint32_t>(len));
-      q = PutHexByte(q, rel >> 8);
-      q = PutHexByte(q, rel & 0xFF);
-      *q++ = '0';
-      *q++ = '0';
-      for (int32_t i = 0; i < len; i++) {
-        sum += data[i];
-        q = PutHexByte(q, data[i]);
-      }
-      q = PutHexByte(q, (0x100 - (sum & 0xFF)) & 0xFF);
-      *q++ = '\r';
-      *q++ = '\n';
-      FILEWRITER_Write(w, line, static_cast<uint32_t>(q - line));
-      c = uint64_t(bs) + static_cast<uint32_t>(len);
-    }
+    WalkBlocks(image, 0, 0xFFFFFFFFu, 0, data, sizeof data, progress, context,
+               [&](uint32_t start, const uint8_t* bytes, uint32_t len) {
+                 if (start > base + 0xFFFF) {
+                   base = start & 0xFFFF0000u;
+                   WriteLinearBase(w, static_cast<uint32_t>(base));
+                 }
+                 WriteDataRecord(w, static_cast<uint32_t>(start - base), bytes, len);
+               });
     FILEWRITER_Write(w, ":00000001FF\r\n", 13);
   });
 }

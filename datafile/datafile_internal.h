@@ -89,6 +89,28 @@ int WriteFrame(MemImage* image, const char* fileName, char* errorText, uint32_t 
   return 0;
 }
 
+// The writers' walk over the window [first, last] of the image: the blocks
+// MEMIMAGE_GetBlock gives, of at most bufferSize bytes each, bridging gaps of
+// at most maxGap bytes (filled with 0xFF), in address order. Calls progress
+// and then emit(blockStart, bytes, length) for each; ends at the first
+// empty block or when the cursor passes the top of the address space.
+template <typename Emit>
+void WalkBlocks(MemImage* image, uint32_t first, uint32_t last, uint32_t maxGap, uint8_t* buffer,
+                uint32_t bufferSize, DATAFILE_PROGRESS_FUNC progress, void* context, Emit&& emit) {
+  uint64_t cursor = first;
+  while (cursor <= last) {
+    const uint64_t room = uint64_t(last) + 1 - cursor;
+    const int32_t maxLen = static_cast<int32_t>(room < bufferSize ? room : bufferSize);
+    uint32_t blockStart = 0;
+    const int32_t len = MEMIMAGE_GetBlock(image, static_cast<uint32_t>(cursor), last, maxGap, 0xFF, buffer, nullptr,
+                                          &blockStart, maxLen, 0, 0);
+    if (len <= 0) break;
+    Progress(progress, context, image, blockStart);
+    emit(blockStart, static_cast<const uint8_t*>(buffer), static_cast<uint32_t>(len));
+    cursor = uint64_t(blockStart) + static_cast<uint32_t>(len);
+  }
+}
+
 constexpr char kReadOutOfMemory[] = "Could not read file. Out of memory.";
 
 // The common reader frame around a parser. An add whose bytes could not be

@@ -76,6 +76,33 @@ class MotFormat {
   uint8_t record_[256];  // address, data, checksum
 };
 
+// An S1, S2 or S3 record, by the block's last address: one file can mix
+// them.
+void WriteDataRecord(FileWriter* w, uint32_t start, const uint8_t* data, uint32_t len) {
+  const uint32_t last = start + len - 1;
+  const uint32_t addrBytes = last <= 0xFFFF ? 2 : last <= 0xFFFFFF ? 3 : 4;
+  const uint32_t count = len + addrBytes + 1;
+  uint32_t sum = count;
+  char line[2 + 2 * (1 + 4 + 32 + 1) + 2];
+  char* q = line;
+  *q++ = 'S';
+  *q++ = static_cast<char>('0' + addrBytes - 1);
+  q = PutHexByte(q, count);
+  for (uint32_t i = addrBytes; i-- > 0;) {
+    const uint32_t b = (start >> (8 * i)) & 0xFF;
+    sum += b;
+    q = PutHexByte(q, b);
+  }
+  for (uint32_t i = 0; i < len; i++) {
+    sum += data[i];
+    q = PutHexByte(q, data[i]);
+  }
+  q = PutHexByte(q, ~sum & 0xFF);
+  *q++ = '\r';
+  *q++ = '\n';
+  FILEWRITER_Write(w, line, static_cast<uint32_t>(q - line));
+}
+
 }  // namespace
 
 int DATAFILE_ReadMotEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
@@ -91,37 +118,8 @@ int DATAFILE_WriteMotEx(MemImage* image, const char* fileName, char* errorText, 
                         DATAFILE_PROGRESS_FUNC progress, void* context) {
   return WriteFrame(image, fileName, errorText, errorTextSize, [&](FileWriter* w) {
     uint8_t data[32];
-    char line[2 + 2 * (1 + 4 + 32 + 1) + 2];
-    uint64_t c = 0;
-    while (c <= 0xFFFFFFFFull) {
-      uint32_t bs = 0;
-      const int32_t len =
-          MEMIMAGE_GetBlock(image, static_cast<uint32_t>(c), 0xFFFFFFFFu, 0, 0xFF, data, nullptr, &bs, 32, 0, 0);
-      if (len <= 0) break;
-      Progress(progress, context, image, bs);
-      const uint32_t e = bs + static_cast<uint32_t>(len) - 1;
-      const uint32_t addrBytes = e <= 0xFFFF ? 2 : e <= 0xFFFFFF ? 3 : 4;
-      const uint32_t count = static_cast<uint32_t>(len) + addrBytes + 1;
-      uint32_t sum = count;
-      char* q = line;
-      *q++ = 'S';
-      *q++ = static_cast<char>('0' + addrBytes - 1);
-      q = PutHexByte(q, count);
-      for (uint32_t i = addrBytes; i-- > 0;) {
-        const uint32_t b = (bs >> (8 * i)) & 0xFF;
-        sum += b;
-        q = PutHexByte(q, b);
-      }
-      for (int32_t i = 0; i < len; i++) {
-        sum += data[i];
-        q = PutHexByte(q, data[i]);
-      }
-      q = PutHexByte(q, ~sum & 0xFF);
-      *q++ = '\r';
-      *q++ = '\n';
-      FILEWRITER_Write(w, line, static_cast<uint32_t>(q - line));
-      c = uint64_t(bs) + static_cast<uint32_t>(len);
-    }
+    WalkBlocks(image, 0, 0xFFFFFFFFu, 0, data, sizeof data, progress, context,
+               [&](uint32_t start, const uint8_t* bytes, uint32_t len) { WriteDataRecord(w, start, bytes, len); });
     FILEWRITER_Write(w, "S9030000FC\r\n", 12);
   });
 }
