@@ -261,6 +261,96 @@ class Guard {
   bool held_ = false;
 };
 
+// A block of MEMIMAGE_GetBlock, in 64 bits: it may end at the top of the
+// address space.
+struct Block {
+  uint64_t start = 0;
+  uint64_t length = 0;
+};
+
+// The part of the first range meeting [from, to]. Returns that range, or
+// null when nothing of the image lies there. The partial block needs `to`
+// strictly above the range start: a single byte at `to` of a longer range
+// is not returned.
+MemRange* FirstBlock(MemImage* image, uint32_t from, uint32_t to, Block& b) {
+  MemRange* r = Seek(image, from);
+  if (r == nullptr) return nullptr;
+  const uint32_t rLast = LastOf(r);
+  if (r->start <= from) {
+    b = {from, uint64_t(rLast < to ? rLast : to) - from + 1};
+  } else if (rLast <= to) {
+    b = {r->start, r->size};
+  } else if (to > r->start) {
+    b = {r->start, uint64_t(to) + 1 - r->start};
+  } else {
+    return nullptr;
+  }
+  return r;
+}
+
+// Takes in the ranges after r while the gap before each is at most maxGap,
+// up to `to`, until the block reaches maxLen.
+void ExtendOverGaps(const MemRange* r, uint32_t to, uint32_t maxGap, uint64_t maxLen, Block& b) {
+  for (const MemRange* n = r->next; n != nullptr; n = n->next) {
+    if (n->start > to) break;
+    const uint64_t gap = n->start - (b.start + b.length);
+    if (gap > maxGap) break;
+    const uint32_t nLast = LastOf(n);
+    b.length += gap + (uint64_t(nLast < to ? nLast : to) - n->start + 1);
+    if (b.length >= maxLen || nLast > to) break;
+  }
+}
+
+// Moves the start down to a multiple of 2^startShift and the end up to a
+// multiple of 2^endShift, then cuts the block to maxLen keeping its end
+// aligned. A maximum below one end unit can leave nothing: length 0.
+void AlignAndClamp(Block& b, uint32_t startShift, uint32_t endShift, uint64_t maxLen) {
+  if (startShift != 0) {
+    const uint64_t aligned = b.start & ~((uint64_t(1) << startShift) - 1);
+    b.length += b.start - aligned;
+    b.start = aligned;
+  }
+  const uint64_t endUnit = uint64_t(1) << endShift;
+  if (endShift != 0) b.length = ((b.start + b.length + endUnit - 1) & ~(endUnit - 1)) - b.start;
+  if (b.length > maxLen) {
+    const uint64_t cut = (b.start + maxLen) % endUnit;
+    b.length = cut < maxLen ? maxLen - cut : 0;
+  }
+}
+
+// With patches pending every byte is looked up on its own, as a read would.
+void FillByteByByte(MemImage* image, const Block& b, uint8_t fill, uint8_t* data, uint8_t* mask) {
+  for (size_t i = 0; i < b.length; i++) {
+    const int v = MEMIMAGE_ReadByte(image, static_cast<uint32_t>(b.start + i));
+    if (data != nullptr) data[i] = v < 0 ? fill : static_cast<uint8_t>(v);
+    if (mask != nullptr) mask[i] = v < 0 ? 0 : 1;
+  }
+}
+
+// Without patches: fill and clear the mask, then copy each range meeting
+// the block. Alignment may have moved the start below the range found;
+// earlier ranges can then meet the block too.
+void FillFromRanges(MemImage* image, MemRange* found, const Block& b, uint8_t fill, uint8_t* data, uint8_t* mask) {
+  const size_t n = static_cast<size_t>(b.length);
+  if (data != nullptr) std::memset(data, fill, n);
+  if (mask != nullptr) std::memset(mask, 0, n);
+  MemRange* q = found;
+  if (b.start < found->start && found != image->first) {
+    q = image->first;
+    while (q != found && EndOf(q) <= b.start) q = q->next;
+  }
+  const uint64_t blockEnd = b.start + b.length;
+  for (; q != nullptr && q->start < blockEnd; q = q->next) {
+    const uint64_t from = q->start > b.start ? q->start : b.start;
+    const uint64_t to = EndOf(q) < blockEnd ? EndOf(q) : blockEnd;
+    if (from >= to) continue;
+    if (data != nullptr && q->data != nullptr) {
+      std::memcpy(data + (from - b.start), q->data + (from - q->start), static_cast<size_t>(to - from));
+    }
+    if (mask != nullptr) std::memset(mask + (from - b.start), 1, static_cast<size_t>(to - from));
+  }
+}
+
 }  // namespace
 
 MemImage* MEMIMAGE_Create(void) {
@@ -573,86 +663,21 @@ int32_t MEMIMAGE_GetBlock(MemImage* image, uint32_t from, uint32_t to, uint32_t 
                           uint8_t* data, uint8_t* mask, uint32_t* blockStart, int32_t maxLength,
                           uint32_t startAlignShift, uint32_t endAlignShift) {
   if (image == nullptr || to < from || maxLength <= 0) return 0;
-  // 1. The first range meeting [from, to].
-  MemRange* r = Seek(image, from);
-  if (r == nullptr) return 0;
-  uint64_t bs = 0;
-  uint64_t len = 0;
-  const uint32_t rLast = LastOf(r);
-  if (r->start <= from) {
-    bs = from;
-    len = uint64_t(rLast < to ? rLast : to) - from + 1;
-  } else if (rLast <= to) {
-    bs = r->start;
-    len = r->size;
-  } else if (to > r->start) {
-    // The partial block needs `to` strictly above the range start: a
-    // single byte at `to` of a longer range is not returned.
-    bs = r->start;
-    len = uint64_t(to) + 1 - r->start;
-  }
-  if (len == 0) return 0;
-  MemRange* found = r;
   const uint64_t maxLen = static_cast<uint64_t>(maxLength);
-
-  // 2. Extend over gaps of at most maxGap.
-  if (len < maxLen && maxGap != 0) {
-    for (MemRange* n = r->next; n != nullptr; n = n->next) {
-      if (n->start > to) break;
-      const uint64_t gap = n->start - (bs + len);
-      if (gap > maxGap) break;
-      const uint32_t nLast = LastOf(n);
-      len += gap + (uint64_t(nLast < to ? nLast : to) - n->start + 1);
-      if (len >= maxLen || nLast > to) break;
+  Block b;
+  MemRange* found = FirstBlock(image, from, to, b);
+  if (found == nullptr) return 0;
+  if (b.length < maxLen && maxGap != 0) ExtendOverGaps(found, to, maxGap, maxLen, b);
+  AlignAndClamp(b, startAlignShift, endAlignShift, maxLen);
+  if (blockStart != nullptr) *blockStart = static_cast<uint32_t>(b.start);
+  if (data != nullptr || mask != nullptr) {
+    if (image->patchCount != 0) {
+      FillByteByByte(image, b, fill, data, mask);
+    } else {
+      FillFromRanges(image, found, b, fill, data, mask);
     }
   }
-
-  // 3. Alignment.
-  if (startAlignShift != 0) {
-    const uint64_t aligned = bs & ~((uint64_t(1) << startAlignShift) - 1);
-    len += bs - aligned;
-    bs = aligned;
-  }
-  const uint64_t endUnit = uint64_t(1) << endAlignShift;
-  if (endAlignShift != 0) {
-    const uint64_t end = bs + len;
-    len = ((end + endUnit - 1) & ~(endUnit - 1)) - bs;
-  }
-  // 4. Clamp to the maximum length, keeping the end aligned.
-  if (len > maxLen) len = maxLen - ((bs + maxLen) % endUnit);
-  if (blockStart != nullptr) *blockStart = static_cast<uint32_t>(bs);
-  if (data == nullptr && mask == nullptr) return static_cast<int32_t>(len);
-
-  // 5. Fill the caller's buffers.
-  const size_t n = static_cast<size_t>(len);
-  if (image->patchCount != 0) {
-    for (size_t i = 0; i < n; i++) {
-      const int v = MEMIMAGE_ReadByte(image, static_cast<uint32_t>(bs + i));
-      if (data != nullptr) data[i] = v < 0 ? fill : static_cast<uint8_t>(v);
-      if (mask != nullptr) mask[i] = v < 0 ? 0 : 1;
-    }
-    return static_cast<int32_t>(len);
-  }
-  if (data != nullptr) std::memset(data, fill, n);
-  if (mask != nullptr) std::memset(mask, 0, n);
-  // Alignment may have moved the start below the range found; earlier
-  // ranges can then meet the block too.
-  MemRange* q = found;
-  if (bs < found->start && found != image->first) {
-    q = image->first;
-    while (q != found && EndOf(q) <= bs) q = q->next;
-  }
-  const uint64_t blockEnd = bs + len;
-  for (; q != nullptr && q->start < blockEnd; q = q->next) {
-    const uint64_t a = q->start > bs ? q->start : bs;
-    const uint64_t b = EndOf(q) < blockEnd ? EndOf(q) : blockEnd;
-    if (a >= b) continue;
-    if (data != nullptr && q->data != nullptr) {
-      std::memcpy(data + (a - bs), q->data + (a - q->start), static_cast<size_t>(b - a));
-    }
-    if (mask != nullptr) std::memset(mask + (a - bs), 1, static_cast<size_t>(b - a));
-  }
-  return static_cast<int32_t>(len);
+  return static_cast<int32_t>(b.length);
 }
 
 int32_t MEMIMAGE_GetBlockLocked(MemImage* image, uint32_t from, uint32_t to, uint32_t maxGap, uint8_t* data,
