@@ -41,18 +41,30 @@ class RecordReader {
   char text[128] = {};
 
   // Reads n hex pairs at p into out, adding each to sum. False at the first
-  // character that is not a hex digit (p then stays on its pair).
+  // character that is not a hex digit (p then stays on its pair). Works on
+  // local copies: stores through `out` could otherwise alias p and sum.
   bool ReadPairs(uint8_t* out, uint32_t n) {
-    for (uint32_t i = 0; i < n; i++) {
-      const uint8_t hi = kHexValue[p[0]];
-      if (hi > 15) return false;
-      const uint8_t lo = kHexValue[p[1]];
-      if (lo > 15) return false;
-      p += 2;
-      out[i] = static_cast<uint8_t>(hi << 4 | lo);
-      sum += out[i];
+    const uint8_t* q = p;
+    uint32_t s = sum;
+    bool ok = true;
+    for (uint8_t* const end = out + n; out != end; out++, q += 2) {
+      const uint32_t hi = kHexValue[q[0]];
+      if (hi > 15) {
+        ok = false;
+        break;
+      }
+      const uint32_t lo = kHexValue[q[1]];
+      if (lo > 15) {
+        ok = false;
+        break;
+      }
+      const uint32_t v = hi << 4 | lo;
+      *out = static_cast<uint8_t>(v);
+      s += v;
     }
-    return true;
+    p = q;
+    sum = s;
+    return ok;
   }
 
   // Stores the message (`text` is there for formatted ones); returns the
