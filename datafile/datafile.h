@@ -45,8 +45,6 @@ int DATAFILE_WriteCEx(MemImage* image, const char* fileName, char* errorText, ui
 
 // Stores a message into the error buffer if it is still empty (first error wins).
 void DATAFILE_StoreError(char* errorText, uint32_t errorTextSize, const char* message);
-// Stores the read-open message picked by the system error number.
-void DATAFILE_StoreOpenError(char* errorText, uint32_t errorTextSize, const char* fileName, int errorNumber);
 
 // Open or save a data file chosen by extension (".pellam" opens a project).
 // Each is one top-level operation of the log; an opened image becomes the
