@@ -101,43 +101,25 @@ class HexFormat {
   uint8_t checksum_ = 0;
 };
 
+// Record checksum: the two's complement of the sum of its bytes.
+uint32_t HexChecksum(const RecordLine& line) { return 0x100 - (line.sum & 0xFF); }
+
 // An extended linear address record for the upper half of base.
 void WriteLinearBase(FileWriter* w, uint32_t base) {
-  const uint32_t hi = (base >> 24) & 0xFF;
-  const uint32_t lo = (base >> 16) & 0xFF;
-  char line[9 + 3 * 2 + 2];
-  char* q = line;
-  std::memcpy(q, ":02000004", 9);
-  q += 9;
-  q = PutHexByte(q, hi);
-  q = PutHexByte(q, lo);
-  q = PutHexByte(q, (0x100 - ((2 + 4 + hi + lo) & 0xFF)) & 0xFF);
-  *q++ = '\r';
-  *q++ = '\n';
-  FILEWRITER_Write(w, line, static_cast<uint32_t>(q - line));
+  const uint8_t record[] = {2, 0, 0, 4, static_cast<uint8_t>(base >> 24), static_cast<uint8_t>(base >> 16)};
+  RecordLine line(":");
+  line.Bytes(record, sizeof record);
+  line.Finish(w, HexChecksum(line));
 }
 
 // A data record at the given distance from the base. The address field
 // wraps when a record runs past a 64 KiB boundary.
 void WriteDataRecord(FileWriter* w, uint32_t offset, const uint8_t* data, uint32_t len) {
-  const uint32_t rel = offset & 0xFFFF;
-  uint32_t sum = len + (rel >> 8) + (rel & 0xFF);
-  char line[1 + 2 * (4 + 32 + 1) + 2];
-  char* q = line;
-  *q++ = ':';
-  q = PutHexByte(q, len);
-  q = PutHexByte(q, rel >> 8);
-  q = PutHexByte(q, rel & 0xFF);
-  *q++ = '0';
-  *q++ = '0';
-  for (uint32_t i = 0; i < len; i++) {
-    sum += data[i];
-    q = PutHexByte(q, data[i]);
-  }
-  q = PutHexByte(q, (0x100 - (sum & 0xFF)) & 0xFF);
-  *q++ = '\r';
-  *q++ = '\n';
-  FILEWRITER_Write(w, line, static_cast<uint32_t>(q - line));
+  const uint8_t head[] = {static_cast<uint8_t>(len), static_cast<uint8_t>(offset >> 8), static_cast<uint8_t>(offset), 0};
+  RecordLine line(":");
+  line.Bytes(head, sizeof head);
+  line.Bytes(data, len);
+  line.Finish(w, HexChecksum(line));
 }
 
 }  // namespace
@@ -153,19 +135,15 @@ int DATAFILE_ReadHex(MemImage* image, const char* fileName, char* errorText, uin
 
 int DATAFILE_WriteHexEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
                         DATAFILE_PROGRESS_FUNC progress, void* context) {
-  return WriteFrame(image, fileName, errorText, errorTextSize, [&](FileWriter* w) {
-    uint8_t data[32];
-    uint64_t base = 0;
-    WalkBlocks(image, 0, 0xFFFFFFFFu, 0, data, sizeof data, progress, context,
-               [&](uint32_t start, const uint8_t* bytes, uint32_t len) {
-                 if (start > base + 0xFFFF) {
-                   base = start & 0xFFFF0000u;
-                   WriteLinearBase(w, static_cast<uint32_t>(base));
-                 }
-                 WriteDataRecord(w, static_cast<uint32_t>(start - base), bytes, len);
-               });
-    FILEWRITER_Write(w, ":00000001FF\r\n", 13);
-  });
+  uint64_t base = 0;
+  return WriteRecordFile(image, fileName, errorText, errorTextSize, progress, context, ":00000001FF\r\n",
+                         [&](FileWriter* w, uint32_t start, const uint8_t* bytes, uint32_t len) {
+                           if (start > base + 0xFFFF) {
+                             base = start & 0xFFFF0000u;
+                             WriteLinearBase(w, static_cast<uint32_t>(base));
+                           }
+                           WriteDataRecord(w, static_cast<uint32_t>(start - base), bytes, len);
+                         });
 }
 
 int DATAFILE_WriteHex(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize) {

@@ -4,6 +4,7 @@
 #pragma once
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 #include "dataimage/memimage.h"
 #include "datafile/datafile.h"
@@ -25,9 +26,16 @@ constexpr std::array<uint8_t, 256> kHexValue = [] {
   return t;
 }();
 
+// The two upper-case digits of every byte value, for the writers' loops.
+constexpr std::array<std::array<char, 2>, 256> kHexPairs = [] {
+  std::array<std::array<char, 2>, 256> t{};
+  for (int v = 0; v < 256; v++) t[static_cast<size_t>(v)] = {kHexDigits[v >> 4], kHexDigits[v & 0xF]};
+  return t;
+}();
+
+// Writes the low byte of value as two digits; returns the position after.
 inline char* PutHexByte(char* out, uint32_t value) {
-  out[0] = kHexDigits[(value >> 4) & 0xF];
-  out[1] = kHexDigits[value & 0xF];
+  std::memcpy(out, kHexPairs[value & 0xFF].data(), 2);
   return out + 2;
 }
 

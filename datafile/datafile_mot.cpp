@@ -77,30 +77,17 @@ class MotFormat {
 };
 
 // An S1, S2 or S3 record, by the block's last address: one file can mix
-// them.
+// them. The checksum is the one's complement of the sum of its bytes.
 void WriteDataRecord(FileWriter* w, uint32_t start, const uint8_t* data, uint32_t len) {
   const uint32_t last = start + len - 1;
   const uint32_t addrBytes = last <= 0xFFFF ? 2 : last <= 0xFFFFFF ? 3 : 4;
-  const uint32_t count = len + addrBytes + 1;
-  uint32_t sum = count;
-  char line[2 + 2 * (1 + 4 + 32 + 1) + 2];
-  char* q = line;
-  *q++ = 'S';
-  *q++ = static_cast<char>('0' + addrBytes - 1);
-  q = PutHexByte(q, count);
-  for (uint32_t i = addrBytes; i-- > 0;) {
-    const uint32_t b = (start >> (8 * i)) & 0xFF;
-    sum += b;
-    q = PutHexByte(q, b);
-  }
-  for (uint32_t i = 0; i < len; i++) {
-    sum += data[i];
-    q = PutHexByte(q, data[i]);
-  }
-  q = PutHexByte(q, ~sum & 0xFF);
-  *q++ = '\r';
-  *q++ = '\n';
-  FILEWRITER_Write(w, line, static_cast<uint32_t>(q - line));
+  uint8_t head[5] = {static_cast<uint8_t>(len + addrBytes + 1)};  // count, then the address high first
+  for (uint32_t i = 0; i < addrBytes; i++) head[1 + i] = static_cast<uint8_t>(start >> (8 * (addrBytes - 1 - i)));
+  const char type[] = {'S', static_cast<char>('0' + addrBytes - 1)};
+  RecordLine line(std::string_view(type, sizeof type));
+  line.Bytes(head, 1 + addrBytes);
+  line.Bytes(data, len);
+  line.Finish(w, ~line.sum);
 }
 
 }  // namespace
@@ -116,12 +103,8 @@ int DATAFILE_ReadMot(MemImage* image, const char* fileName, char* errorText, uin
 
 int DATAFILE_WriteMotEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
                         DATAFILE_PROGRESS_FUNC progress, void* context) {
-  return WriteFrame(image, fileName, errorText, errorTextSize, [&](FileWriter* w) {
-    uint8_t data[32];
-    WalkBlocks(image, 0, 0xFFFFFFFFu, 0, data, sizeof data, progress, context,
-               [&](uint32_t start, const uint8_t* bytes, uint32_t len) { WriteDataRecord(w, start, bytes, len); });
-    FILEWRITER_Write(w, "S9030000FC\r\n", 12);
-  });
+  return WriteRecordFile(image, fileName, errorText, errorTextSize, progress, context, "S9030000FC\r\n",
+                         WriteDataRecord);
 }
 
 int DATAFILE_WriteMot(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize) {

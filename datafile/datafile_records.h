@@ -1,4 +1,5 @@
-// The frame shared by the text-record readers (Intel HEX, S-record): open
+// The frame shared by the text-record readers (Intel HEX, S-record), and
+// the line builder of their writers. The reader frame: open
 // and buffer the file, check its first character, decode each record's hex
 // pairs with their sum, test the checksum, add data records to the image,
 // and report a failure as "Error in line %d: %s". A format supplies only
@@ -15,6 +16,8 @@
 //   int  End(RecordReader&);        what may follow a record; 0 or failure
 #pragma once
 #include <cstdint>
+#include <cstring>
+#include <string_view>
 
 #include "datafile/datafile_internal.h"
 
@@ -144,6 +147,54 @@ int ReadRecordFile(MemImage* image, const char* fileName, char* errorText, uint3
     }
     SYS_FILE_Close(fd);
     return result;
+  });
+}
+
+// One text record being written: its lead characters, then hex pairs whose
+// sum is kept for the checksum, then the checksum and CR LF.
+class RecordLine {
+ public:
+  explicit RecordLine(std::string_view lead) : q_(line_ + lead.size()) {
+    std::memcpy(line_, lead.data(), lead.size());
+  }
+  // Works on local copies: the character stores could alias the members
+  // and the bytes.
+  void Bytes(const uint8_t* __restrict data, uint32_t count) {
+    char* __restrict q = q_;
+    uint32_t s = sum;
+    for (uint32_t i = 0; i < count; i++) {
+      const uint32_t v = data[i];
+      q = PutHexByte(q, v);
+      s += v;
+    }
+    q_ = q;
+    sum = s;
+  }
+  // Appends the checksum (computed by the caller from sum) and CR LF, and
+  // writes the line.
+  void Finish(FileWriter* w, uint32_t checksum) {
+    char* q = PutHexByte(q_, checksum & 0xFF);
+    *q++ = '\r';
+    *q++ = '\n';
+    FILEWRITER_Write(w, line_, static_cast<uint32_t>(q - line_));
+  }
+  uint32_t sum = 0;
+
+ private:
+  char line_[2 + 2 * (1 + 4 + 255 + 1) + 2];  // the longest record either format has
+  char* q_;
+};
+
+// A whole image as a text-record file: each block of up to 32 bytes through
+// emit(writer, start, bytes, length), then the closing record.
+template <typename Emit>
+int WriteRecordFile(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
+                    DATAFILE_PROGRESS_FUNC progress, void* context, std::string_view closing, Emit&& emit) {
+  return WriteFrame(image, fileName, errorText, errorTextSize, [&](FileWriter* w) {
+    uint8_t data[32];
+    WalkBlocks(image, 0, 0xFFFFFFFFu, 0, data, sizeof data, progress, context,
+               [&](uint32_t start, const uint8_t* bytes, uint32_t len) { emit(w, start, bytes, len); });
+    FILEWRITER_Write(w, closing.data(), static_cast<uint32_t>(closing.size()));
   });
 }
 
