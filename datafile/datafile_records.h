@@ -1,9 +1,10 @@
-// The frame shared by the text-record readers (Intel HEX, S-record), and
-// the line builder of their writers. The reader frame: open
-// and buffer the file, check its first character, decode each record's hex
-// pairs with their sum, test the checksum, add data records to the image,
-// and report a failure as "Error in line %d: %s". A format supplies only
-// what differs, as a type with these members:
+// What the text-record formats (Intel HEX, S-record) share: the reader
+// frame, and the record line and file frame of the writers.
+//
+// The reader frame opens and buffers the file, checks its first character,
+// decodes each record's hex pairs with their sum, tests the checksum, adds
+// data records to the image, and reports a failure as "Error in line %d: %s".
+// A format supplies only what differs, as a type with these members:
 //
 //   static constexpr char kLead;                 first character of a file
 //   static constexpr const char* kNotThisFormat; message when it is not
