@@ -79,27 +79,19 @@ int DATAFILE_WriteBinEx(MemImage* image, const char* fileName, char* errorText, 
       DATAFILE_StoreError(errorText, errorTextSize, "Could not write file. Out of memory.");
       return;
     }
-    uint64_t c = firstAddr;
-    while (c <= lastAddr) {
-      const uint64_t room = uint64_t(lastAddr) + 1 - c;
-      const int32_t maxLen = static_cast<int32_t>(room < kBlock ? room : kBlock);
-      uint32_t bs = 0;
-      const int32_t len = MEMIMAGE_GetBlock(image, static_cast<uint32_t>(c), lastAddr, 0xFFFFFF, 0xFF, block,
-                                            nullptr, &bs, maxLen, 0, 0);
-      if (len <= 0) break;
-      Progress(progress, context, image, bs);
-      if (bs > c) {
-        // The gap before the block: 0xFF, written in pieces of the block size.
-        for (uint64_t gap = bs - c; gap != 0;) {
-          const uint32_t n = static_cast<uint32_t>(gap < 0x40000000 ? gap : 0x40000000);
-          FILEWRITER_Write(w, nullptr, n);
-          gap -= n;
-        }
-        c = bs;
-      }
-      FILEWRITER_Write(w, block, static_cast<uint32_t>(len));
-      c += static_cast<uint32_t>(len);
-    }
+    // Gaps, before a block and inside it, are written as 0xFF; nothing is
+    // written after the last data byte of the window.
+    uint64_t written = firstAddr;
+    WalkBlocks(image, firstAddr, lastAddr, 0xFFFFFF, block, kBlock, progress, context,
+               [&](uint32_t start, const uint8_t* bytes, uint32_t len) {
+                 for (uint64_t gap = start - written; gap != 0;) {
+                   const uint32_t n = static_cast<uint32_t>(gap < 0x40000000 ? gap : 0x40000000);
+                   FILEWRITER_Write(w, nullptr, n);
+                   gap -= n;
+                 }
+                 FILEWRITER_Write(w, bytes, len);
+                 written = uint64_t(start) + len;
+               });
     SYS_Free(block);
   });
 }

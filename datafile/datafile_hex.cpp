@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "datafile/datafile_internal.h"
+#include "datafile/datafile_records.h"
 #include "sys/sys.h"
 #include "util/util.h"
 
@@ -10,128 +10,123 @@ using namespace datafile;
 
 namespace {
 
-// Keeps this many unparsed bytes ahead, more than the longest record.
-constexpr uint32_t kRefillBelow = 1000;
+// Intel HEX records: ":", count, address (2 bytes), type, data, checksum.
+// The bases of type 2 and type 4 records add up to the address offset.
+class HexFormat {
+ public:
+  static constexpr char kLead = ':';
+  static constexpr const char* kNotThisFormat = "Not a hex file";
+  static constexpr const char* kNoMemory = "malloc Problem";
+  static constexpr uint32_t kChecksumSum = 0;
 
-// Result of the record parser with the message it stored.
-struct HexParse {
-  int result = 0;
-  const char* message = nullptr;
-  char text[128] = {};
-};
+  int Begin(RecordReader& rd) {
+    SkipBlanksAtBufferStart(rd);
+    rd.p = rd.buf + rd.in.pos;
+    if (*rd.p == 0) return 0;
+    if (*rd.p != ':') {
+      UTIL_snprintf(rd.text, sizeof rd.text, "Unexpected character (Expected: %c, Found: %c)", ':', *rd.p);
+      return rd.Fail(rd.text);
+    }
+    rd.p++;
+    return 1;
+  }
 
-int ParseHex(MemImage* image, InputBuffer& in, uint32_t& line, HexParse& out, DATAFILE_PROGRESS_FUNC progress,
-             void* context) {
-  uint32_t segmentBase = 0;
-  uint32_t linearBase = 0;
-  uint32_t offset = 0;
-  bool firstChecked = false;
-  uint8_t record[256] = {};
-  auto fail = [&](const char* message) {
-    out.message = message;
-    return -5;
-  };
-  for (;;) {
-    if (in.Remaining() < kRefillBelow) in.Refill();
-    uint8_t* buf = in.data();
-    if (!firstChecked) {
-      firstChecked = true;
-      if (buf[0] != ':') {
-        out.message = "Not a hex file";
-        return -4;
-      }
-    }
-    // Blanks are looked for at the start of the held buffer, not at the read
-    // position: right after a refill the two agree; elsewhere the buffer
-    // starts with a record and nothing is skipped.
-    for (uint32_t k = 0; k < in.held() && in.pos < in.held() && IsBlank(buf[k]); k++) {
-      if (buf[k] == '\r' || buf[k] == '\n') line++;
-      in.pos++;
-    }
-    const uint8_t* p = buf + in.pos;
-    if (*p == 0) return 0;
-    if (*p != ':') {
-      UTIL_snprintf(out.text, sizeof out.text, "Unexpected character (Expected: %c, Found: %c)", ':', *p);
-      return fail(out.text);
-    }
-    p++;
-    uint32_t sum = 0;
-    bool bad = false;
-    auto readByte = [&]() -> uint32_t {
-      const uint8_t hi = kHexValue[p[0]];
-      if (hi > 15) {
-        bad = true;
-        return 0;
-      }
-      const uint8_t lo = kHexValue[p[1]];
-      if (lo > 15) {
-        bad = true;
-        return 0;
-      }
-      p += 2;
-      const uint32_t v = uint32_t(hi) << 4 | lo;
-      sum += v;
-      return v;
-    };
-    const uint32_t count = readByte();
-    const uint32_t addrHi = bad ? 0 : readByte();
-    const uint32_t addrLo = bad ? 0 : readByte();
-    const uint32_t type = bad ? 0 : readByte();
-    for (uint32_t i = 0; i < count && !bad; i++) record[i] = static_cast<uint8_t>(readByte());
-    const uint32_t found = bad ? 0 : readByte();
-    if (bad) return fail("Expected Hex character : 0..9, A..F");
-    if ((sum & 0xFF) != 0) {
-      // Printed as signed bytes widened to int: 0x80 and above show as
-      // eight digits.
-      const uint8_t expected = static_cast<uint8_t>(0x100 - ((sum - found) & 0xFF));
-      UTIL_snprintf(out.text, sizeof out.text, "Checksum error !\nExpected: 0x%.2X, found: 0x%.2X",
-                    static_cast<int>(static_cast<int8_t>(expected)), static_cast<int>(static_cast<int8_t>(found)));
-      return fail(out.text);
-    }
-    switch (type) {
-      case 0: {
-        const uint32_t address = offset + (addrHi << 8 | addrLo);
-        Progress(progress, context, image, address);
-        const char* refusal = nullptr;
-        const int added = AddRecord(image, address, count, record, refusal);
-        if (added != 0) {
-          fail(refusal);
-          return added;
-        }
-        break;
-      }
+  // Count, address and type; the data into the record area, which keeps
+  // the bytes of earlier records behind a short one; the checksum.
+  bool ReadBody(RecordReader& rd) {
+    return rd.ReadPairs(header_, 4) && rd.ReadPairs(data_, header_[0]) && rd.ReadPairs(&checksum_, 1);
+  }
+
+  // Printed as signed bytes widened to int: 0x80 and above show as eight
+  // digits.
+  int ChecksumError(RecordReader& rd) {
+    const uint8_t expected = static_cast<uint8_t>(0x100 - ((rd.sum - checksum_) & 0xFF));
+    UTIL_snprintf(rd.text, sizeof rd.text, "Checksum error !\nExpected: 0x%.2X, found: 0x%.2X",
+                  static_cast<int>(static_cast<int8_t>(expected)), static_cast<int>(static_cast<int8_t>(checksum_)));
+    return rd.Fail(rd.text);
+  }
+
+  // Only the first two data bytes of a base record count, whatever its
+  // count; end of file and the other types change nothing.
+  int Apply(RecordReader& rd) {
+    switch (header_[3]) {
+      case 0:
+        return rd.AddData(offset_ + (uint32_t(header_[1]) << 8 | header_[2]), header_[0], data_);
       case 2:
-        segmentBase = (uint32_t(record[0]) * 256 + record[1]) * 16;
-        offset = segmentBase + linearBase;
+        segmentBase_ = (uint32_t(data_[0]) * 256 + data_[1]) * 16;
         break;
       case 4:
       case 0xFF:  // taken as an extended linear address too
-        linearBase = (uint32_t(record[0]) * 256 + record[1]) * 65536;
-        offset = segmentBase + linearBase;
+        linearBase_ = (uint32_t(data_[0]) * 256 + data_[1]) * 65536;
         break;
-      default:  // end of file and the rest: reading goes on
-        break;
+      default:
+        return 0;
     }
-    in.pos = static_cast<uint32_t>(p - buf);
-    const uint8_t c = *p;
+    offset_ = segmentBase_ + linearBase_;
+    return 0;
+  }
+
+  // A line end (CR and LF count one line each, one more of either is taken
+  // along uncounted), or a zero byte or 0x1A left for the next record.
+  int End(RecordReader& rd) {
+    rd.in.pos = static_cast<uint32_t>(rd.p - rd.buf);
+    const uint8_t c = rd.p[0];
     if (c == '\r' || c == '\n') {
-      line++;
-      in.pos++;
-      if (p[1] == '\r' || p[1] == '\n') in.pos++;
+      rd.line++;
+      rd.in.pos++;
+      if (rd.p[1] == '\r' || rd.p[1] == '\n') rd.in.pos++;
     } else if (c != 0 && c != 0x1A) {
-      return fail("Expected CR or LF");
+      return rd.Fail("Expected CR or LF");
+    }
+    return 0;
+  }
+
+ private:
+  // Blanks are looked for at the start of the held buffer, not at the read
+  // position: right after a refill the two agree; elsewhere the buffer
+  // starts with a record and nothing is skipped.
+  static void SkipBlanksAtBufferStart(RecordReader& rd) {
+    InputBuffer& in = rd.in;
+    for (uint32_t k = 0; k < in.held() && in.pos < in.held() && IsBlank(rd.buf[k]); k++) {
+      if (rd.buf[k] == '\r' || rd.buf[k] == '\n') rd.line++;
+      in.pos++;
     }
   }
+
+  uint32_t segmentBase_ = 0;
+  uint32_t linearBase_ = 0;
+  uint32_t offset_ = 0;
+  uint8_t header_[4] = {};  // count, address high, address low, type
+  uint8_t data_[256] = {};
+  uint8_t checksum_ = 0;
+};
+
+// Record checksum: the two's complement of the sum of its bytes.
+uint32_t HexChecksum(const RecordLine& line) { return 0x100 - (line.sum & 0xFF); }
+
+// An extended linear address record for the upper half of base.
+void WriteLinearBase(FileWriter* w, uint32_t base) {
+  const uint8_t record[] = {2, 0, 0, 4, static_cast<uint8_t>(base >> 24), static_cast<uint8_t>(base >> 16)};
+  RecordLine line(":");
+  line.Bytes(record, sizeof record);
+  line.Finish(w, HexChecksum(line));
+}
+
+// A data record at the given distance from the base. The address field
+// wraps when a record runs past a 64 KiB boundary.
+void WriteDataRecord(FileWriter* w, uint32_t offset, const uint8_t* data, uint32_t len) {
+  const uint8_t head[] = {static_cast<uint8_t>(len), static_cast<uint8_t>(offset >> 8), static_cast<uint8_t>(offset), 0};
+  RecordLine line(":");
+  line.Bytes(head, sizeof head);
+  line.Bytes(data, len);
+  line.Finish(w, HexChecksum(line));
 }
 
 }  // namespace
 
 int DATAFILE_ReadHexEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
                        DATAFILE_PROGRESS_FUNC progress, void* context) {
-  return ReadRecordFile<HexParse>(image, fileName, errorText, errorTextSize, "malloc Problem",
-                                [&](InputBuffer& in, uint32_t& line, HexParse& parse) {
-                                  return ParseHex(image, in, line, parse, progress, context);
-                                });
+  return ReadRecordFile<HexFormat>(image, fileName, errorText, errorTextSize, progress, context);
 }
 
 int DATAFILE_ReadHex(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize) {
@@ -140,53 +135,15 @@ int DATAFILE_ReadHex(MemImage* image, const char* fileName, char* errorText, uin
 
 int DATAFILE_WriteHexEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
                         DATAFILE_PROGRESS_FUNC progress, void* context) {
-  return WriteFrame(image, fileName, errorText, errorTextSize, [&](FileWriter* w) {
-    uint8_t data[32];
-    char line[1 + 2 * (4 + 32 + 1) + 2];
-    uint64_t c = 0;
-    uint64_t base = 0;
-    while (c <= 0xFFFFFFFFull) {
-      uint32_t bs = 0;
-      const int32_t len =
-          MEMIMAGE_GetBlock(image, static_cast<uint32_t>(c), 0xFFFFFFFFu, 0, 0xFF, data, nullptr, &bs, 32, 0, 0);
-      if (len <= 0) break;
-      Progress(progress, context, image, bs);
-      if (bs > base + 0xFFFF) {
-        base = bs & 0xFFFF0000u;
-        const uint32_t hi = static_cast<uint32_t>(base >> 24) & 0xFF;
-        const uint32_t lo = static_cast<uint32_t>(base >> 16) & 0xFF;
-        char* q = line;
-        std::memcpy(q, ":02000004", 9);
-        q += 9;
-        q = PutHexByte(q, hi);
-        q = PutHexByte(q, lo);
-        q = PutHexByte(q, (0x100 - ((2 + 4 + hi + lo) & 0xFF)) & 0xFF);
-        *q++ = '\r';
-        *q++ = '\n';
-        FILEWRITER_Write(w, line, static_cast<uint32_t>(q - line));
-      }
-      // The address field wraps when a record runs past a 64 KiB boundary.
-      const uint32_t rel = static_cast<uint32_t>(bs - base) & 0xFFFF;
-      uint32_t sum = static_cast<uint32_t>(len) + (rel >> 8) + (rel & 0xFF);
-      char* q = line;
-      *q++ = ':';
-      q = PutHexByte(q, static_cast<uint32_t>(len));
-      q = PutHexByte(q, rel >> 8);
-      q = PutHexByte(q, rel & 0xFF);
-      *q++ = '0';
-      *q++ = '0';
-      for (int32_t i = 0; i < len; i++) {
-        sum += data[i];
-        q = PutHexByte(q, data[i]);
-      }
-      q = PutHexByte(q, (0x100 - (sum & 0xFF)) & 0xFF);
-      *q++ = '\r';
-      *q++ = '\n';
-      FILEWRITER_Write(w, line, static_cast<uint32_t>(q - line));
-      c = uint64_t(bs) + static_cast<uint32_t>(len);
-    }
-    FILEWRITER_Write(w, ":00000001FF\r\n", 13);
-  });
+  uint64_t base = 0;
+  return WriteRecordFile(image, fileName, errorText, errorTextSize, progress, context, ":00000001FF\r\n",
+                         [&](FileWriter* w, uint32_t start, const uint8_t* bytes, uint32_t len) {
+                           if (start > base + 0xFFFF) {
+                             base = start & 0xFFFF0000u;
+                             WriteLinearBase(w, static_cast<uint32_t>(base));
+                           }
+                           WriteDataRecord(w, static_cast<uint32_t>(start - base), bytes, len);
+                         });
 }
 
 int DATAFILE_WriteHex(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize) {

@@ -1,8 +1,10 @@
 // Shared pieces of the readers and writers: hex digit tables, the input
-// buffer that the text readers refill, and the reader and writer frames.
+// buffer that the text readers refill, and the reader and writer frames
+// (the text-record reader frame is in datafile_records.h).
 #pragma once
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 #include "dataimage/memimage.h"
 #include "datafile/datafile.h"
@@ -24,9 +26,16 @@ constexpr std::array<uint8_t, 256> kHexValue = [] {
   return t;
 }();
 
+// The two upper-case digits of every byte value, for the writers' loops.
+constexpr std::array<std::array<char, 2>, 256> kHexPairs = [] {
+  std::array<std::array<char, 2>, 256> t{};
+  for (int v = 0; v < 256; v++) t[static_cast<size_t>(v)] = {kHexDigits[v >> 4], kHexDigits[v & 0xF]};
+  return t;
+}();
+
+// Writes the low byte of value as two digits; returns the position after.
 inline char* PutHexByte(char* out, uint32_t value) {
-  out[0] = kHexDigits[(value >> 4) & 0xF];
-  out[1] = kHexDigits[value & 0xF];
+  std::memcpy(out, kHexPairs[value & 0xFF].data(), 2);
   return out + 2;
 }
 
@@ -88,26 +97,29 @@ int WriteFrame(MemImage* image, const char* fileName, char* errorText, uint32_t 
   return 0;
 }
 
-constexpr char kReadOutOfMemory[] = "Could not read file. Out of memory.";
-
-// Adds one record's data. 0 when added; -5 with `message` set when it runs
-// past the address space or overlaps loaded data; -3 with `message` set when
-// no memory was left for it.
-inline int AddRecord(MemImage* image, uint32_t address, uint32_t count, const uint8_t* data,
-                     const char*& message) {
-  if (uint64_t(address) + count > 0x100000000ull) {
-    message = "Address range exceeds 0xFFFFFFFF";
-    return -5;
+// The writers' walk over the window [first, last] of the image: the blocks
+// MEMIMAGE_GetBlock gives, of at most bufferSize bytes each, bridging gaps of
+// at most maxGap bytes (filled with 0xFF), in address order. Calls progress
+// and then emit(blockStart, bytes, length) for each; ends at the first
+// empty block or when the cursor passes the top of the address space.
+template <typename Emit>
+void WalkBlocks(MemImage* image, uint32_t first, uint32_t last, uint32_t maxGap, uint8_t* buffer,
+                uint32_t bufferSize, DATAFILE_PROGRESS_FUNC progress, void* context, Emit&& emit) {
+  uint64_t cursor = first;
+  while (cursor <= last) {
+    const uint64_t room = uint64_t(last) + 1 - cursor;
+    const int32_t maxLen = static_cast<int32_t>(room < bufferSize ? room : bufferSize);
+    uint32_t blockStart = 0;
+    const int32_t len = MEMIMAGE_GetBlock(image, static_cast<uint32_t>(cursor), last, maxGap, 0xFF, buffer, nullptr,
+                                          &blockStart, maxLen, 0, 0);
+    if (len <= 0) break;
+    Progress(progress, context, image, blockStart);
+    emit(blockStart, static_cast<const uint8_t*>(buffer), static_cast<uint32_t>(len));
+    cursor = uint64_t(blockStart) + static_cast<uint32_t>(len);
   }
-  const int r = MEMIMAGE_AddData(image, address, count, data, -1);
-  if (r == 0) return 0;
-  if (r == -1) {
-    message = "Areas overlap";
-    return -5;
-  }
-  message = "Out of memory";
-  return -3;
 }
+
+constexpr char kReadOutOfMemory[] = "Could not read file. Out of memory.";
 
 // The common reader frame around a parser. An add whose bytes could not be
 // allocated leaves a range without bytes; such an image is not a successful
@@ -124,38 +136,6 @@ int ReadFrame(MemImage* image, char* errorText, uint32_t errorTextSize, Parser&&
   image->changeCount = 0;
   MEMIMAGE_Unlock(image);
   return r;
-}
-
-// The text-record reader frame: open the file, run the parser over the
-// refilled input buffer, and wrap a parser complaint as "Error in line %d: %s"
-// with the line it stopped on. State is the parser's record (with `message`).
-template <typename State, typename Parse>
-int ReadRecordFile(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
-                   const char* noMemoryMessage, Parse&& parse) {
-  return ReadFrame(image, errorText, errorTextSize, [&]() -> int {
-    const int fd = OpenForRead(fileName, errorText, errorTextSize);
-    if (fd < 0) return -1;
-    uint32_t line = 0;
-    State state;
-    int result;
-    {
-      InputBuffer in(fd);
-      if (!in.ok()) {
-        state.message = noMemoryMessage;
-        result = -3;
-      } else {
-        result = parse(in, line, state);
-      }
-    }
-    SYS_FILE_Close(fd);
-    if (result != 0) {
-      char text[300];
-      UTIL_snprintf(text, sizeof text, "Error in line %d: %s", static_cast<int>(line + 1),
-                    state.message != nullptr ? state.message : "");
-      DATAFILE_StoreError(errorText, errorTextSize, text);
-    }
-    return result;
-  });
 }
 
 }  // namespace datafile

@@ -2,20 +2,13 @@
 #include <cstdint>
 #include <cstring>
 
-#include "datafile/datafile_internal.h"
+#include "datafile/datafile_records.h"
 #include "sys/sys.h"
 #include "util/util.h"
 
 using namespace datafile;
 
 namespace {
-
-constexpr uint32_t kRefillAtMost = 999;
-
-struct MotParse {
-  const char* message = nullptr;
-  char text[128] = {};
-};
 
 // Skips tabs, spaces, CR and LF; only LF counts a line (CR does not).
 inline void SkipBlanks(const uint8_t* buf, uint32_t& pos, uint32_t& line) {
@@ -25,98 +18,83 @@ inline void SkipBlanks(const uint8_t* buf, uint32_t& pos, uint32_t& line) {
   }
 }
 
-int ParseMot(MemImage* image, InputBuffer& in, uint32_t& line, MotParse& out, DATAFILE_PROGRESS_FUNC progress,
-             void* context) {
-  bool firstChecked = false;
-  uint8_t record[256];
-  for (;;) {
-    if (in.Remaining() <= kRefillAtMost) in.Refill();
-    uint8_t* buf = in.data();
-    if (!firstChecked) {
-      firstChecked = true;
-      if (buf[0] != 'S') {
-        out.message = "Not a mot file";
-        return -4;
-      }
-    }
-    // The end mark is looked for at the start of the held buffer, which is
-    // the read position right after a refill; the real end of a file always
-    // follows a refill.
-    if (buf[0] == 0 || buf[0] == 0x1A) return 0;
-    SkipBlanks(buf, in.pos, line);
-    const uint8_t* p = buf + in.pos;
-    if (*p != 'S') {
-      out.message = "Unexpected character";
-      return -5;
-    }
-    p++;
-    {
-      uint32_t pos = static_cast<uint32_t>(p - buf);
-      SkipBlanks(buf, pos, line);
-      p = buf + pos;
-    }
-    const uint8_t type = kHexValue[*p];
-    if (type > 9) {
-      out.message = "Unexpected character";
-      return -5;
-    }
-    p++;
-    auto readByte = [&](uint32_t& v) -> bool {
-      const uint8_t hi = kHexValue[p[0]];
-      if (hi > 15) return false;
-      const uint8_t lo = kHexValue[p[1]];
-      if (lo > 15) return false;
-      p += 2;
-      v = uint32_t(hi) << 4 | lo;
-      return true;
-    };
-    uint32_t count = 0;
-    if (!readByte(count)) {
-      out.message = "Expected Hex character : 0..9, A..F";
-      return -5;
-    }
-    uint32_t sum = count;
-    for (uint32_t i = 0; i < count; i++) {
-      uint32_t v;
-      if (!readByte(v)) {
-        out.message = "Expected Hex character : 0..9, A..F";
-        return -5;
-      }
-      record[i] = static_cast<uint8_t>(v);
-      sum += v;
-    }
-    if ((sum & 0xFF) != 0xFF) {
-      const uint32_t found = count != 0 ? record[count - 1] : 0;
-      const uint32_t calculated = ~(sum - found) & 0xFF;
-      UTIL_snprintf(out.text, sizeof out.text, "Checksum error! Checksum in file: 0x%.2X, checksum calculated 0x%.2X",
-                    found, calculated);
-      out.message = out.text;
-      return -5;
-    }
-    if (type >= 1 && type <= 3) {
-      const uint32_t addrBytes = type + 1u;
-      // A record too short to hold its address carries no data.
-      if (count >= addrBytes + 1) {
-        uint32_t address = 0;
-        for (uint32_t i = 0; i < addrBytes; i++) address = address << 8 | record[i];
-        Progress(progress, context, image, address);
-        const int added = AddRecord(image, address, count - addrBytes - 1, record + addrBytes, out.message);
-        if (added != 0) return added;
-      }
-    }
-    in.pos = static_cast<uint32_t>(p - buf);
-    SkipBlanks(buf, in.pos, line);
+// S-records: "S", a type digit, then count, address (2, 3 or 4 bytes by
+// type), data and checksum, the count covering all after it.
+class MotFormat {
+ public:
+  static constexpr char kLead = 'S';
+  static constexpr const char* kNotThisFormat = "Not a mot file";
+  static constexpr const char* kNoMemory = "Malloc problem";
+  static constexpr uint32_t kChecksumSum = 0xFF;
+
+  // The end mark is looked for at the start of the held buffer, which is
+  // the read position right after a refill; the real end of a file always
+  // follows a refill. Blanks between "S" and the type are passed over.
+  int Begin(RecordReader& rd) {
+    if (rd.buf[0] == 0 || rd.buf[0] == 0x1A) return 0;
+    SkipBlanks(rd.buf, rd.in.pos, rd.line);
+    uint32_t pos = rd.in.pos;
+    if (rd.buf[pos] != 'S') return rd.Fail("Unexpected character");
+    pos++;
+    SkipBlanks(rd.buf, pos, rd.line);
+    type_ = kHexValue[rd.buf[pos]];
+    if (type_ > 9) return rd.Fail("Unexpected character");
+    rd.p = rd.buf + pos + 1;
+    return 1;
   }
+
+  bool ReadBody(RecordReader& rd) { return rd.ReadPairs(&count_, 1) && rd.ReadPairs(record_, count_); }
+
+  int ChecksumError(RecordReader& rd) {
+    const uint32_t found = count_ != 0 ? record_[count_ - 1] : 0;
+    const uint32_t calculated = ~(rd.sum - found) & 0xFF;
+    UTIL_snprintf(rd.text, sizeof rd.text, "Checksum error! Checksum in file: 0x%.2X, checksum calculated 0x%.2X",
+                  found, calculated);
+    return rd.Fail(rd.text);
+  }
+
+  // S1 to S3 carry data; a record too short to hold its address carries
+  // none. The other types are checked and passed over.
+  int Apply(RecordReader& rd) {
+    if (type_ < 1 || type_ > 3) return 0;
+    const uint32_t addrBytes = type_ + 1u;
+    if (count_ < addrBytes + 1) return 0;
+    uint32_t address = 0;
+    for (uint32_t i = 0; i < addrBytes; i++) address = address << 8 | record_[i];
+    return rd.AddData(address, count_ - addrBytes - 1, record_ + addrBytes);
+  }
+
+  int End(RecordReader& rd) {
+    rd.in.pos = static_cast<uint32_t>(rd.p - rd.buf);
+    SkipBlanks(rd.buf, rd.in.pos, rd.line);
+    return 0;
+  }
+
+ private:
+  uint8_t type_ = 0;
+  uint8_t count_ = 0;
+  uint8_t record_[256];  // address, data, checksum
+};
+
+// An S1, S2 or S3 record, by the block's last address: one file can mix
+// them. The checksum is the one's complement of the sum of its bytes.
+void WriteDataRecord(FileWriter* w, uint32_t start, const uint8_t* data, uint32_t len) {
+  const uint32_t last = start + len - 1;
+  const uint32_t addrBytes = last <= 0xFFFF ? 2 : last <= 0xFFFFFF ? 3 : 4;
+  uint8_t head[5] = {static_cast<uint8_t>(len + addrBytes + 1)};  // count, then the address high first
+  for (uint32_t i = 0; i < addrBytes; i++) head[1 + i] = static_cast<uint8_t>(start >> (8 * (addrBytes - 1 - i)));
+  const char type[] = {'S', static_cast<char>('0' + addrBytes - 1)};
+  RecordLine line(std::string_view(type, sizeof type));
+  line.Bytes(head, 1 + addrBytes);
+  line.Bytes(data, len);
+  line.Finish(w, ~line.sum);
 }
 
 }  // namespace
 
 int DATAFILE_ReadMotEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
                        DATAFILE_PROGRESS_FUNC progress, void* context) {
-  return ReadRecordFile<MotParse>(image, fileName, errorText, errorTextSize, "Malloc problem",
-                                [&](InputBuffer& in, uint32_t& line, MotParse& parse) {
-                                  return ParseMot(image, in, line, parse, progress, context);
-                                });
+  return ReadRecordFile<MotFormat>(image, fileName, errorText, errorTextSize, progress, context);
 }
 
 int DATAFILE_ReadMot(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize) {
@@ -125,41 +103,8 @@ int DATAFILE_ReadMot(MemImage* image, const char* fileName, char* errorText, uin
 
 int DATAFILE_WriteMotEx(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize,
                         DATAFILE_PROGRESS_FUNC progress, void* context) {
-  return WriteFrame(image, fileName, errorText, errorTextSize, [&](FileWriter* w) {
-    uint8_t data[32];
-    char line[2 + 2 * (1 + 4 + 32 + 1) + 2];
-    uint64_t c = 0;
-    while (c <= 0xFFFFFFFFull) {
-      uint32_t bs = 0;
-      const int32_t len =
-          MEMIMAGE_GetBlock(image, static_cast<uint32_t>(c), 0xFFFFFFFFu, 0, 0xFF, data, nullptr, &bs, 32, 0, 0);
-      if (len <= 0) break;
-      Progress(progress, context, image, bs);
-      const uint32_t e = bs + static_cast<uint32_t>(len) - 1;
-      const uint32_t addrBytes = e <= 0xFFFF ? 2 : e <= 0xFFFFFF ? 3 : 4;
-      const uint32_t count = static_cast<uint32_t>(len) + addrBytes + 1;
-      uint32_t sum = count;
-      char* q = line;
-      *q++ = 'S';
-      *q++ = static_cast<char>('0' + addrBytes - 1);
-      q = PutHexByte(q, count);
-      for (uint32_t i = addrBytes; i-- > 0;) {
-        const uint32_t b = (bs >> (8 * i)) & 0xFF;
-        sum += b;
-        q = PutHexByte(q, b);
-      }
-      for (int32_t i = 0; i < len; i++) {
-        sum += data[i];
-        q = PutHexByte(q, data[i]);
-      }
-      q = PutHexByte(q, ~sum & 0xFF);
-      *q++ = '\r';
-      *q++ = '\n';
-      FILEWRITER_Write(w, line, static_cast<uint32_t>(q - line));
-      c = uint64_t(bs) + static_cast<uint32_t>(len);
-    }
-    FILEWRITER_Write(w, "S9030000FC\r\n", 12);
-  });
+  return WriteRecordFile(image, fileName, errorText, errorTextSize, progress, context, "S9030000FC\r\n",
+                         WriteDataRecord);
 }
 
 int DATAFILE_WriteMot(MemImage* image, const char* fileName, char* errorText, uint32_t errorTextSize) {

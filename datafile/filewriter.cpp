@@ -35,6 +35,24 @@ void Flush(FileWriter* w) {
   w->buffered = 0;
 }
 
+// Stores the read-open message picked by the system error number.
+void StoreOpenError(char* errorText, uint32_t errorTextSize, const char* fileName, int errorNumber) {
+  // The numbers are those of another platform's error list, compared as they
+  // stand: a missing file (2) gets its message, a refused permission does not.
+  const char* reason;
+  switch (errorNumber) {
+    case 2: reason = "File not found!"; break;
+    case 3: reason = "Path not found!"; break;
+    case 5: reason = "Access is denied!"; break;
+    case 15: reason = "Invalid drive!"; break;
+    case 123: reason = "The filename syntax is incorrect!"; break;
+    default: reason = "Invalid file handle!"; break;
+  }
+  char text[512];
+  UTIL_snprintf(text, sizeof text, "Could not open file [%s]\n%s", fileName != nullptr ? fileName : "", reason);
+  DATAFILE_StoreError(errorText, errorTextSize, text);
+}
+
 }  // namespace
 
 namespace datafile {
@@ -63,7 +81,7 @@ void InputBuffer::Refill() {
 
 int OpenForRead(const char* fileName, char* errorText, uint32_t errorTextSize) {
   const int fd = SYS_FILE_OpenSimple(fileName, SYS_FILE_READ_FLAGS);
-  if (fd < 0) DATAFILE_StoreOpenError(errorText, errorTextSize, fileName, SYS_GetLastError());
+  if (fd < 0) StoreOpenError(errorText, errorTextSize, fileName, SYS_GetLastError());
   return fd;
 }
 
@@ -72,23 +90,6 @@ int OpenForRead(const char* fileName, char* errorText, uint32_t errorTextSize) {
 void DATAFILE_StoreError(char* errorText, uint32_t errorTextSize, const char* message) {
   if (errorText == nullptr || errorTextSize == 0 || errorText[0] != '\0') return;
   UTIL_strcpy(errorText, message, static_cast<int>(errorTextSize > 0x7FFFFFFF ? 0x7FFFFFFF : errorTextSize));
-}
-
-void DATAFILE_StoreOpenError(char* errorText, uint32_t errorTextSize, const char* fileName, int errorNumber) {
-  // The numbers are those of another platform's error list, compared as they
-  // stand: a missing file (2) gets its message, a refused permission does not.
-  const char* reason;
-  switch (errorNumber) {
-    case 2: reason = "File not found!"; break;
-    case 3: reason = "Path not found!"; break;
-    case 5: reason = "Access is denied!"; break;
-    case 15: reason = "Invalid drive!"; break;
-    case 123: reason = "The filename syntax is incorrect!"; break;
-    default: reason = "Invalid file handle!"; break;
-  }
-  char text[512];
-  UTIL_snprintf(text, sizeof text, "Could not open file [%s]\n%s", fileName != nullptr ? fileName : "", reason);
-  DATAFILE_StoreError(errorText, errorTextSize, text);
 }
 
 FileWriter* FILEWRITER_Open(const char* fileName, char* errorText, uint32_t errorTextSize) {

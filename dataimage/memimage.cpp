@@ -192,6 +192,92 @@ void PrependTo(MemImage* image, MemRange* prev, MemRange* r, uint32_t s, uint32_
   if (prev != nullptr) JoinNext(image, prev);
 }
 
+// One add: its area, and its bytes (copied from src, else set to the low
+// byte of fill) unless it carries none.
+struct Addition {
+  uint32_t start;
+  uint32_t size;
+  const void* src;
+  int32_t fill;
+  bool hasData;
+  uint64_t End() const { return uint64_t(start) + size; }
+};
+
+// Links a new range for the addition after prev (at the head for null).
+// No join is tried. 0, or -3 without memory for the range.
+int InsertAfter(MemImage* image, MemRange* prev, const Addition& add) {
+  MemRange* r = NewRange(add.start, add.size, add.src, add.fill, add.hasData);
+  if (r == nullptr) return -3;
+  if (prev == nullptr) {
+    r->next = image->first;
+    image->first = r;
+  } else {
+    r->next = prev->next;
+    prev->next = r;
+  }
+  image->rangeCount++;
+  if (r->next == nullptr) image->last = r;
+  image->addHint = r;
+  IndexPut(image, r);
+  return 0;
+}
+
+// Appends to r, which ends where the addition starts; a range of its own
+// when the joined size would not fit 32 bits.
+int AppendOrInsert(MemImage* image, MemRange* r, const Addition& add) {
+  if (uint64_t(r->size) + add.size > kMaxSize) return InsertAfter(image, r, add);
+  AppendTo(image, r, add.size, add.src, add.fill, add.hasData);
+  image->addHint = r;
+  return 0;
+}
+
+// Prepends to r, which starts where the addition ends (prev before it).
+int PrependOrInsert(MemImage* image, MemRange* prev, MemRange* r, const Addition& add) {
+  if (uint64_t(r->size) + add.size > kMaxSize) return InsertAfter(image, prev, add);
+  PrependTo(image, prev, r, add.start, add.size, add.src, add.fill, add.hasData);
+  // Joining with the predecessor frees r.
+  image->addHint = prev != nullptr ? prev : r;
+  return 0;
+}
+
+// Where the walk of an add begins: the last range beginning at or below
+// `start`, found by the side index, or, while the image is small, the range
+// the last add touched when that lies there (out-of-order adds mostly land
+// just after the previous one); else the first range. Starting there needs
+// no predecessor: the first step can only append to that range, refuse an
+// overlap, or move on.
+MemRange* WalkStart(MemImage* image, uint32_t start) {
+  if (image->index == nullptr && image->rangeCount >= kIndexFrom) BuildIndex(image);
+  if (image->index != nullptr) {
+    if (MemRange* floor = IndexFloor(image, start)) return floor;
+  } else if (image->addHint != nullptr && image->addHint->start <= start) {
+    return image->addHint;
+  }
+  return image->first;
+}
+
+// An add that does not lie behind the last range: appends, prepends,
+// inserts between, or refuses an overlap (-1).
+int AddAmongRanges(MemImage* image, const Addition& add) {
+  MemRange* prev = nullptr;
+  for (MemRange* r = WalkStart(image, add.start); r != nullptr; r = r->next) {
+    const uint64_t end = EndOf(r);
+    if (add.start == end) {
+      // Appending must not run into the next range.
+      if (r->next != nullptr && add.End() > r->next->start) return -1;
+      return AppendOrInsert(image, r, add);
+    }
+    if (r->start == add.End()) return PrependOrInsert(image, prev, r, add);
+    if (add.start <= r->start) {
+      if (add.End() - 1 >= r->start) return -1;
+      return InsertAfter(image, prev, add);
+    }
+    if (add.start <= end - 1) return -1;
+    prev = r;
+  }
+  return InsertAfter(image, prev, add);
+}
+
 // Cuts a range down to its first headSize bytes, giving the buffer back
 // down to that size.
 void KeepHead(MemRange* r, uint32_t headSize) {
@@ -203,6 +289,62 @@ void KeepHead(MemRange* r, uint32_t headSize) {
     r->allocated = p != nullptr ? headSize : 0;
   }
   r->size = headSize;
+}
+
+// Removes r (after prev, null at the head) from the list and frees it.
+void Unlink(MemImage* image, MemRange* prev, MemRange* r) {
+  if (prev == nullptr) image->first = r->next; else prev->next = r->next;
+  if (image->last == r) image->last = nullptr;
+  IndexErase(image, r->start);
+  FreeRange(r);
+  image->rangeCount--;
+}
+
+// Cuts r, which begins at or below b and ends after it, down to the bytes
+// after b, in a buffer of exactly their size.
+void KeepTailAfter(MemImage* image, MemRange* r, uint32_t b) {
+  const uint32_t cut = b - r->start + 1;
+  const uint32_t keep = r->size - cut;
+  if (r->data != nullptr) {
+    uint8_t* p = static_cast<uint8_t*>(SYS_Alloc(keep));
+    if (p != nullptr) std::memcpy(p, r->data + cut, keep);
+    SYS_Free(r->data);
+    r->data = p;
+    r->allocated = p != nullptr ? keep : 0;
+  }
+  IndexErase(image, r->start);
+  r->start = b + 1;
+  r->size = keep;
+  IndexPut(image, r);
+}
+
+// Takes [a, b], strictly inside r, out of it: the bytes after b move to a
+// new range linked behind r, r keeps those before a. Without memory for the
+// new range its addresses are lost with [a, b].
+void SplitAround(MemImage* image, MemRange* r, uint32_t a, uint32_t b) {
+  const uint32_t tailSize = LastOf(r) - b;
+  const uint32_t headSize = a - r->start;
+  MemRange* t = static_cast<MemRange*>(SYS_Alloc(static_cast<uint32_t>(sizeof(MemRange))));
+  if (t != nullptr) {
+    t->start = b + 1;
+    t->size = tailSize;
+    t->data = nullptr;
+    t->allocated = 0;
+    if (r->data != nullptr) {
+      const uint32_t cap = tailSize > kMinAlloc ? tailSize : kMinAlloc;
+      t->data = static_cast<uint8_t*>(SYS_Alloc(cap));
+      if (t->data != nullptr) {
+        t->allocated = cap;
+        std::memcpy(t->data, r->data + (b + 1 - r->start), tailSize);
+      }
+    }
+    t->next = r->next;
+    r->next = t;
+    if (image->last == r) image->last = t;
+    image->rangeCount++;
+    IndexPut(image, t);
+  }
+  KeepHead(r, headSize);
 }
 
 // Finds the range holding `address` (or the first range after it), moving
@@ -260,6 +402,96 @@ class Guard {
   MemImage* image_;
   bool held_ = false;
 };
+
+// A block of MEMIMAGE_GetBlock, in 64 bits: it may end at the top of the
+// address space.
+struct Block {
+  uint64_t start = 0;
+  uint64_t length = 0;
+};
+
+// The part of the first range meeting [from, to]. Returns that range, or
+// null when nothing of the image lies there. The partial block needs `to`
+// strictly above the range start: a single byte at `to` of a longer range
+// is not returned.
+MemRange* FirstBlock(MemImage* image, uint32_t from, uint32_t to, Block& b) {
+  MemRange* r = Seek(image, from);
+  if (r == nullptr) return nullptr;
+  const uint32_t rLast = LastOf(r);
+  if (r->start <= from) {
+    b = {from, uint64_t(rLast < to ? rLast : to) - from + 1};
+  } else if (rLast <= to) {
+    b = {r->start, r->size};
+  } else if (to > r->start) {
+    b = {r->start, uint64_t(to) + 1 - r->start};
+  } else {
+    return nullptr;
+  }
+  return r;
+}
+
+// Takes in the ranges after r while the gap before each is at most maxGap,
+// up to `to`, until the block reaches maxLen.
+void ExtendOverGaps(const MemRange* r, uint32_t to, uint32_t maxGap, uint64_t maxLen, Block& b) {
+  for (const MemRange* n = r->next; n != nullptr; n = n->next) {
+    if (n->start > to) break;
+    const uint64_t gap = n->start - (b.start + b.length);
+    if (gap > maxGap) break;
+    const uint32_t nLast = LastOf(n);
+    b.length += gap + (uint64_t(nLast < to ? nLast : to) - n->start + 1);
+    if (b.length >= maxLen || nLast > to) break;
+  }
+}
+
+// Moves the start down to a multiple of 2^startShift and the end up to a
+// multiple of 2^endShift, then cuts the block to maxLen keeping its end
+// aligned. A maximum below one end unit can leave nothing: length 0.
+void AlignAndClamp(Block& b, uint32_t startShift, uint32_t endShift, uint64_t maxLen) {
+  if (startShift != 0) {
+    const uint64_t aligned = b.start & ~((uint64_t(1) << startShift) - 1);
+    b.length += b.start - aligned;
+    b.start = aligned;
+  }
+  const uint64_t endUnit = uint64_t(1) << endShift;
+  if (endShift != 0) b.length = ((b.start + b.length + endUnit - 1) & ~(endUnit - 1)) - b.start;
+  if (b.length > maxLen) {
+    const uint64_t cut = (b.start + maxLen) % endUnit;
+    b.length = cut < maxLen ? maxLen - cut : 0;
+  }
+}
+
+// With patches pending every byte is looked up on its own, as a read would.
+void FillByteByByte(MemImage* image, const Block& b, uint8_t fill, uint8_t* data, uint8_t* mask) {
+  for (size_t i = 0; i < b.length; i++) {
+    const int v = MEMIMAGE_ReadByte(image, static_cast<uint32_t>(b.start + i));
+    if (data != nullptr) data[i] = v < 0 ? fill : static_cast<uint8_t>(v);
+    if (mask != nullptr) mask[i] = v < 0 ? 0 : 1;
+  }
+}
+
+// Without patches: fill and clear the mask, then copy each range meeting
+// the block. Alignment may have moved the start below the range found;
+// earlier ranges can then meet the block too.
+void FillFromRanges(MemImage* image, MemRange* found, const Block& b, uint8_t fill, uint8_t* data, uint8_t* mask) {
+  const size_t n = static_cast<size_t>(b.length);
+  if (data != nullptr) std::memset(data, fill, n);
+  if (mask != nullptr) std::memset(mask, 0, n);
+  MemRange* q = found;
+  if (b.start < found->start && found != image->first) {
+    q = image->first;
+    while (q != found && EndOf(q) <= b.start) q = q->next;
+  }
+  const uint64_t blockEnd = b.start + b.length;
+  for (; q != nullptr && q->start < blockEnd; q = q->next) {
+    const uint64_t from = q->start > b.start ? q->start : b.start;
+    const uint64_t to = EndOf(q) < blockEnd ? EndOf(q) : blockEnd;
+    if (from >= to) continue;
+    if (data != nullptr && q->data != nullptr) {
+      std::memcpy(data + (from - b.start), q->data + (from - q->start), static_cast<size_t>(to - from));
+    }
+    if (mask != nullptr) std::memset(mask + (from - b.start), 1, static_cast<size_t>(to - from));
+  }
+}
 
 }  // namespace
 
@@ -333,75 +565,12 @@ int MEMIMAGE_AddData(MemImage* image, uint32_t start, uint32_t size, const void*
   // address space cannot be held and is refused like an overlap.
   if (size == 0) return 0;
   if (uint64_t(start) + size > 0x100000000ull) return -1;
-  const bool hasData = !(fill < 0 && src == nullptr);
-  const uint64_t newEnd = uint64_t(start) + size;
-
-  auto insertAfter = [&](MemRange* prev) -> int {
-    MemRange* r = NewRange(start, size, src, fill, hasData);
-    if (r == nullptr) return -3;
-    if (prev == nullptr) {
-      r->next = image->first;
-      image->first = r;
-    } else {
-      r->next = prev->next;
-      prev->next = r;
-    }
-    image->rangeCount++;
-    if (r->next == nullptr) image->last = r;
-    image->addHint = r;
-    IndexPut(image, r);
-    return 0;
-  };
-
-  if (image->first == nullptr) return insertAfter(nullptr);
-
+  const Addition add{start, size, src, fill, !(fill < 0 && src == nullptr)};
+  if (image->first == nullptr) return InsertAfter(image, nullptr, add);
   MemRange* last = FindLast(image);
-  if (start == EndOf(last)) {
-    if (uint64_t(last->size) + size > kMaxSize) return insertAfter(last);
-    AppendTo(image, last, size, src, fill, hasData);
-    image->addHint = last;
-    return 0;
-  }
-  if (start > EndOf(last)) return insertAfter(last);
-
-  // The walk starts at the last range beginning at or below the new start:
-  // found by the side index, or, while the image is small, the range the
-  // last add touched when that lies there (out-of-order adds mostly land
-  // just after the previous one). Starting there needs no predecessor: the
-  // first step can only append to that range, refuse an overlap, or move on.
-  MemRange* prev = nullptr;
-  MemRange* r = image->first;
-  if (image->index == nullptr && image->rangeCount >= kIndexFrom) BuildIndex(image);
-  if (image->index != nullptr) {
-    if (MemRange* floor = IndexFloor(image, start)) r = floor;
-  } else if (image->addHint != nullptr && image->addHint->start <= start) {
-    r = image->addHint;
-  }
-  for (; r != nullptr; r = r->next) {
-    const uint64_t end = EndOf(r);
-    if (start == end) {
-      // Appending must not run into the next range.
-      if (r->next != nullptr && newEnd > r->next->start) return -1;
-      if (uint64_t(r->size) + size > kMaxSize) return insertAfter(r);
-      AppendTo(image, r, size, src, fill, hasData);
-      image->addHint = r;
-      return 0;
-    }
-    if (r->start == newEnd) {
-      if (uint64_t(r->size) + size > kMaxSize) return insertAfter(prev);
-      PrependTo(image, prev, r, start, size, src, fill, hasData);
-      // Joining with the predecessor frees r.
-      image->addHint = prev != nullptr ? prev : r;
-      return 0;
-    }
-    if (start <= r->start) {
-      if (newEnd - 1 >= r->start) return -1;
-      return insertAfter(prev);
-    }
-    if (start <= end - 1) return -1;
-    prev = r;
-  }
-  return insertAfter(prev);
+  if (start == EndOf(last)) return AppendOrInsert(image, last, add);
+  if (start > EndOf(last)) return InsertAfter(image, last, add);
+  return AddAmongRanges(image, add);
 }
 
 int MEMIMAGE_AddDataLocked(MemImage* image, uint32_t start, uint32_t size, const void* src) {
@@ -426,60 +595,17 @@ void MEMIMAGE_RemoveArea(MemImage* image, uint32_t a, uint32_t b) {
     MemRange* next = r->next;
     const uint32_t rLast = LastOf(r);
     if (r->start >= a && rLast <= b) {
-      // Wholly inside: drop it.
-      if (prev == nullptr) image->first = next; else prev->next = next;
-      if (image->last == r) image->last = nullptr;
-      IndexErase(image, r->start);
-      FreeRange(r);
-      image->rangeCount--;
+      Unlink(image, prev, r);
       r = next;
       continue;
     }
     if (r->start >= a && r->start <= b) {
-      // Begins inside, ends after: keep the tail in an exact-size buffer.
-      const uint32_t cut = b - r->start + 1;
-      const uint32_t keep = r->size - cut;
-      if (r->data != nullptr) {
-        uint8_t* p = static_cast<uint8_t*>(SYS_Alloc(keep));
-        if (p != nullptr) std::memcpy(p, r->data + cut, keep);
-        SYS_Free(r->data);
-        r->data = p;
-        r->allocated = p != nullptr ? keep : 0;
-      }
-      IndexErase(image, r->start);
-      r->start = b + 1;
-      r->size = keep;
-      IndexPut(image, r);
+      KeepTailAfter(image, r, b);
     } else if (a > r->start && b < rLast) {
-      // Strictly inside: split into head and tail.
-      const uint32_t tailSize = rLast - b;
-      const uint32_t headSize = a - r->start;
-      MemRange* t = static_cast<MemRange*>(SYS_Alloc(static_cast<uint32_t>(sizeof(MemRange))));
-      if (t != nullptr) {
-        t->start = b + 1;
-        t->size = tailSize;
-        t->data = nullptr;
-        t->allocated = 0;
-        if (r->data != nullptr) {
-          const uint32_t cap = tailSize > kMinAlloc ? tailSize : kMinAlloc;
-          t->data = static_cast<uint8_t*>(SYS_Alloc(cap));
-          if (t->data != nullptr) {
-            t->allocated = cap;
-            std::memcpy(t->data, r->data + (b + 1 - r->start), tailSize);
-          }
-        }
-        t->next = next;
-        r->next = t;
-        if (image->last == r) image->last = t;
-        image->rangeCount++;
-        IndexPut(image, t);
-      }
-      KeepHead(r, headSize);
+      SplitAround(image, r, a, b);
       next = r->next;
     } else if (r->start < a && rLast >= a && rLast <= b) {
-      // Begins before, ends inside: keep the head.
-      const uint32_t headSize = a - r->start;
-      KeepHead(r, headSize);
+      KeepHead(r, a - r->start);
     }
     prev = r;
     r = next;
@@ -573,86 +699,21 @@ int32_t MEMIMAGE_GetBlock(MemImage* image, uint32_t from, uint32_t to, uint32_t 
                           uint8_t* data, uint8_t* mask, uint32_t* blockStart, int32_t maxLength,
                           uint32_t startAlignShift, uint32_t endAlignShift) {
   if (image == nullptr || to < from || maxLength <= 0) return 0;
-  // 1. The first range meeting [from, to].
-  MemRange* r = Seek(image, from);
-  if (r == nullptr) return 0;
-  uint64_t bs = 0;
-  uint64_t len = 0;
-  const uint32_t rLast = LastOf(r);
-  if (r->start <= from) {
-    bs = from;
-    len = uint64_t(rLast < to ? rLast : to) - from + 1;
-  } else if (rLast <= to) {
-    bs = r->start;
-    len = r->size;
-  } else if (to > r->start) {
-    // The partial block needs `to` strictly above the range start: a
-    // single byte at `to` of a longer range is not returned.
-    bs = r->start;
-    len = uint64_t(to) + 1 - r->start;
-  }
-  if (len == 0) return 0;
-  MemRange* found = r;
   const uint64_t maxLen = static_cast<uint64_t>(maxLength);
-
-  // 2. Extend over gaps of at most maxGap.
-  if (len < maxLen && maxGap != 0) {
-    for (MemRange* n = r->next; n != nullptr; n = n->next) {
-      if (n->start > to) break;
-      const uint64_t gap = n->start - (bs + len);
-      if (gap > maxGap) break;
-      const uint32_t nLast = LastOf(n);
-      len += gap + (uint64_t(nLast < to ? nLast : to) - n->start + 1);
-      if (len >= maxLen || nLast > to) break;
+  Block b;
+  MemRange* found = FirstBlock(image, from, to, b);
+  if (found == nullptr) return 0;
+  if (b.length < maxLen && maxGap != 0) ExtendOverGaps(found, to, maxGap, maxLen, b);
+  AlignAndClamp(b, startAlignShift, endAlignShift, maxLen);
+  if (blockStart != nullptr) *blockStart = static_cast<uint32_t>(b.start);
+  if (data != nullptr || mask != nullptr) {
+    if (image->patchCount != 0) {
+      FillByteByByte(image, b, fill, data, mask);
+    } else {
+      FillFromRanges(image, found, b, fill, data, mask);
     }
   }
-
-  // 3. Alignment.
-  if (startAlignShift != 0) {
-    const uint64_t aligned = bs & ~((uint64_t(1) << startAlignShift) - 1);
-    len += bs - aligned;
-    bs = aligned;
-  }
-  const uint64_t endUnit = uint64_t(1) << endAlignShift;
-  if (endAlignShift != 0) {
-    const uint64_t end = bs + len;
-    len = ((end + endUnit - 1) & ~(endUnit - 1)) - bs;
-  }
-  // 4. Clamp to the maximum length, keeping the end aligned.
-  if (len > maxLen) len = maxLen - ((bs + maxLen) % endUnit);
-  if (blockStart != nullptr) *blockStart = static_cast<uint32_t>(bs);
-  if (data == nullptr && mask == nullptr) return static_cast<int32_t>(len);
-
-  // 5. Fill the caller's buffers.
-  const size_t n = static_cast<size_t>(len);
-  if (image->patchCount != 0) {
-    for (size_t i = 0; i < n; i++) {
-      const int v = MEMIMAGE_ReadByte(image, static_cast<uint32_t>(bs + i));
-      if (data != nullptr) data[i] = v < 0 ? fill : static_cast<uint8_t>(v);
-      if (mask != nullptr) mask[i] = v < 0 ? 0 : 1;
-    }
-    return static_cast<int32_t>(len);
-  }
-  if (data != nullptr) std::memset(data, fill, n);
-  if (mask != nullptr) std::memset(mask, 0, n);
-  // Alignment may have moved the start below the range found; earlier
-  // ranges can then meet the block too.
-  MemRange* q = found;
-  if (bs < found->start && found != image->first) {
-    q = image->first;
-    while (q != found && EndOf(q) <= bs) q = q->next;
-  }
-  const uint64_t blockEnd = bs + len;
-  for (; q != nullptr && q->start < blockEnd; q = q->next) {
-    const uint64_t a = q->start > bs ? q->start : bs;
-    const uint64_t b = EndOf(q) < blockEnd ? EndOf(q) : blockEnd;
-    if (a >= b) continue;
-    if (data != nullptr && q->data != nullptr) {
-      std::memcpy(data + (a - bs), q->data + (a - q->start), static_cast<size_t>(b - a));
-    }
-    if (mask != nullptr) std::memset(mask + (a - bs), 1, static_cast<size_t>(b - a));
-  }
-  return static_cast<int32_t>(len);
+  return static_cast<int32_t>(b.length);
 }
 
 int32_t MEMIMAGE_GetBlockLocked(MemImage* image, uint32_t from, uint32_t to, uint32_t maxGap, uint8_t* data,

@@ -6,9 +6,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "dataimage/memimage.h"
@@ -402,6 +404,58 @@ TEST(Objcopy, FilesExchangedBothWays) {
   ASSERT_EQ(Shell("objcopy -I srec -O binary " + d.file("ours.mot") + " " + d.file("back_mot.bin")), 0);
   EXPECT_EQ(d.read("back_hex.bin"), bin);
   EXPECT_EQ(d.read("back_mot.bin"), bin);
+}
+
+// ---- Progress ----
+
+// The entry points with a progress function call it once per chunk, data
+// record, block or C line, with the address and the range count before it.
+TEST(Progress, EveryEntryPointReports) {
+  using Calls = std::vector<std::pair<uint32_t, uint32_t>>;
+  const DATAFILE_PROGRESS_FUNC record = [](void* context, const DATAFILE_PROGRESS* p) {
+    static_cast<Calls*>(context)->emplace_back(p->address, p->numRanges);
+  };
+  TempDir d;
+  d.write("in.hex", ":0400000001020304F2\r\n:020000040001F9\r\n:0400100001020304E2\r\n:00000001FF\r\n");
+  d.write("in.mot", "S00600004844521B\nS107000001020304EE\nS20801001001020304DC\nS9030000FC\n");
+  d.write("in.bin", std::string(70000, 'x'));
+  Image src;
+  src.Add(0x1FFF0, std::vector<uint8_t>(40, 0x5A));
+  const std::string in = d.file("in"), out = d.file("out");
+  char err[256] = {};
+  struct Case {
+    const char* name;
+    std::function<int(MemImage*, Calls*)> run;
+    Calls expect;
+  } cases[] = {
+      {"read hex", [&](MemImage* im, Calls* c) { return DATAFILE_ReadHexEx(im, (in + ".hex").c_str(), err, sizeof err, record, c); },
+       {{0, 0}, {0x10010, 1}}},
+      {"read mot", [&](MemImage* im, Calls* c) { return DATAFILE_ReadMotEx(im, (in + ".mot").c_str(), err, sizeof err, record, c); },
+       {{0, 0}, {0x10010, 1}}},
+      {"read bin",
+       [&](MemImage* im, Calls* c) { return DATAFILE_ReadBinEx(im, (in + ".bin").c_str(), err, sizeof err, 0x1000, record, c); },
+       {{0x1000, 0}, {0x9000, 1}, {0x11000, 1}}},
+      {"write hex", [&](MemImage*, Calls* c) { return DATAFILE_WriteHexEx(src.p, out.c_str(), err, sizeof err, record, c); },
+       {{0x1FFF0, 1}, {0x20010, 1}}},
+      {"write mot", [&](MemImage*, Calls* c) { return DATAFILE_WriteMotEx(src.p, out.c_str(), err, sizeof err, record, c); },
+       {{0x1FFF0, 1}, {0x20010, 1}}},
+      {"write bin",
+       [&](MemImage*, Calls* c) {
+         return DATAFILE_WriteBinEx(src.p, out.c_str(), err, sizeof err, 0x1FFE0, 0x20017, record, c);
+       },
+       {{0x1FFF0, 1}}},
+      {"write c",
+       [&](MemImage*, Calls* c) {
+         return DATAFILE_WriteCEx(src.p, (out + ".c").c_str(), err, sizeof err, 0x1FFF0, 0x20017, record, c);
+       },
+       {{0x1FFF0, 1}, {0x20000, 1}, {0x20010, 1}}},
+  };
+  for (const auto& c : cases) {
+    Image im;
+    Calls calls;
+    EXPECT_EQ(c.run(im.p, &calls), 0) << c.name << ": " << err;
+    EXPECT_EQ(calls, c.expect) << c.name;
+  }
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 // a randomised comparison with a plain byte map.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <map>
 #include <random>
 #include <utility>
@@ -182,6 +184,65 @@ TEST(MemImage, AddSkipBlankAndRemoveBlank) {
   EXPECT_EQ(MEMIMAGE_RemoveBlank(rb.p, 8), 0);
   // The leading run of four blanks is shorter than the minimum and stays.
   EXPECT_EQ(rb.Ranges(), (Ranges{{0x1000, 0x100B}, {0x101E, 0x101F}}));
+}
+
+// A maximum length below one end-alignment unit cannot hold an aligned
+// block: the answer is empty and the caller's buffer is left alone.
+TEST(MemImage, GetBlockMaximumBelowEndUnitIsEmpty) {
+  Image im;
+  im.Add(0x100, 0x1FF);
+  uint8_t data[64];
+  std::fill(std::begin(data), std::end(data), 0xCC);
+  uint32_t bs = 0;
+  EXPECT_EQ(MEMIMAGE_GetBlock(im.p, 0x105, 0x1FF, 0, 0xFF, data, nullptr, &bs, 4, 0, 4), 0);
+  EXPECT_EQ(data[0], 0xCC);
+  // One unit exactly still fits.
+  EXPECT_EQ(MEMIMAGE_GetBlock(im.p, 0x105, 0x1FF, 0, 0xFF, data, nullptr, &bs, 16, 0, 4), 11);
+  EXPECT_EQ(bs, 0x105u);
+}
+
+// The locked forms give what the plain ones give; the range queries by table.
+TEST(MemImage, LockedFormsAndRangeQueries) {
+  Image a;
+  a.Add(0x100, 0x1FF);
+  a.Add(0x300, 0x3FF);
+  MEMIMAGE_SetByte(a.p, 0x150, 0x99);
+  for (uint32_t addr : {0x0FFu, 0x100u, 0x150u, 0x1FFu, 0x200u}) {
+    EXPECT_EQ(MEMIMAGE_ReadByteLocked(a.p, addr), MEMIMAGE_ReadByte(a.p, addr)) << std::hex << addr;
+  }
+  uint8_t plain[0x40], locked[0x40];
+  uint32_t ps = 0, ls = 0;
+  EXPECT_EQ(MEMIMAGE_GetBlockLocked(a.p, 0x1F0, 0x310, 0x200, locked, &ls, 0x40, 0, 0),
+            MEMIMAGE_GetBlock(a.p, 0x1F0, 0x310, 0x200, 0xFF, plain, nullptr, &ps, 0x40, 0, 0));
+  EXPECT_EQ(ls, ps);
+  EXPECT_EQ(std::vector<uint8_t>(locked, locked + 0x40), std::vector<uint8_t>(plain, plain + 0x40));
+  EXPECT_EQ(MEMIMAGE_SetByteLocked(a.p, 0x160, 0x11), 1);  // the index of the new patch
+  EXPECT_EQ(MEMIMAGE_ReadByte(a.p, 0x160), 0x111);
+
+  struct Area {
+    uint32_t start, size;
+    int inImage;
+  } areas[] = {{0x100, 0x100, 1}, {0x180, 0x10, 1}, {0x1FF, 1, 1},    {0xFF, 2, 0},
+               {0x1F0, 0x20, 0},  {0x200, 1, 0},    {0x1F0, 0x120, 0}, {0x3FF, 1, 1}};
+  for (const Area& t : areas) {
+    EXPECT_EQ(MEMIMAGE_IsAreaInImage(a.p, t.start, t.size), t.inImage) << std::hex << t.start << "+" << t.size;
+  }
+
+  struct Pair {
+    uint32_t first, last;
+    int overlaps;
+  } others[] = {{0x200, 0x2FF, 0}, {0x1FF, 0x1FF, 1}, {0x0, 0xFF, 0}, {0x3FF, 0x500, 1}, {0x0, 0xFFFFFF, 1}};
+  for (const Pair& t : others) {
+    Image b;
+    MEMIMAGE_AddDataLocked(b.p, t.first, t.last - t.first + 1, nullptr);
+    EXPECT_EQ(MEMIMAGE_Overlaps(a.p, b.p), t.overlaps) << std::hex << t.first;
+    EXPECT_EQ(MEMIMAGE_Overlaps(b.p, a.p), t.overlaps) << std::hex << t.first;
+  }
+  Image empty;
+  EXPECT_EQ(MEMIMAGE_Overlaps(a.p, empty.p), 0);
+
+  MEMIMAGE_RemoveAreaLocked(a.p, 0x180, 0x30F);
+  EXPECT_EQ(a.Ranges(), (Ranges{{0x100, 0x17F}, {0x310, 0x3FF}}));
 }
 
 // Random adds, removes and reads against a byte map.
