@@ -87,6 +87,15 @@ uint64_t MonotonicUs() {
   return static_cast<uint64_t>(ts.tv_sec) * 1000000u + static_cast<uint64_t>(ts.tv_nsec / 1000);
 }
 
+// The first unused entry of a handle table, or null when all are in use.
+template <typename Entry, size_t N>
+Entry* FirstFree(Entry (&table)[N]) {
+  for (Entry& e : table) {
+    if (e.inUse == 0) return &e;
+  }
+  return nullptr;
+}
+
 // A clock that reads 0 at its first call and the time since then after.
 template <typename T>
 struct SinceFirstCall {
@@ -124,13 +133,7 @@ void SYS_Trace(int level, const char* format, ...) {
 
 SYS_HMUTEX SYS_CreateMutex(const char* name) {
   SYS_Trace(kTraceInfo, "SYS_CreateMutex(sName = %s) entry\n", name != nullptr ? name : "<unnamed>");
-  MutexEntry* e = nullptr;
-  for (MutexEntry& m : g_mutexes) {
-    if (m.inUse == 0) {
-      e = &m;
-      break;
-    }
-  }
+  MutexEntry* e = FirstFree(g_mutexes);
   if (e == nullptr) {
     SYS_Trace(kTraceError, "SYS_CreateMutex() exit: No more entries\n");
     return nullptr;
@@ -266,13 +269,7 @@ SYS_HEVENT SYS_CreateEvent(int manualReset, int initialState) {
     SYS_Trace(kTraceError, "Cannot create event (Manual reset not supported)!\n");
     return -1;
   }
-  EventEntry* e = nullptr;
-  for (EventEntry& ev : g_events) {
-    if (ev.inUse == 0) {
-      e = &ev;
-      break;
-    }
-  }
+  EventEntry* e = FirstFree(g_events);
   if (e == nullptr) {
     SYS_Trace(kTraceError, "Cannot create event (No more entries)!\n");
     return -1;
