@@ -22,4 +22,5 @@ uint32_t CMDLINE_GetNumber(const char** cursor, char* errorText);
 // the cursor on the first non-blank character.
 int CMDLINE_IsKeyword(const char** cursor, const char* keyword);
 
+// Prints the list of options, one unconditional write a line.
 void CMDLINE_PrintHelp(void);
