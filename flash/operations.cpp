@@ -423,10 +423,6 @@ MemImage* ReadOp(bool topLevel, const char* beginText, Work&& work) {
 
 // ---- The automatic sequence ----
 
-bool AllBlank(const uint8_t* p, uint32_t n) {
-  return std::all_of(p, p + n, [](uint8_t b) { return b == 0xFF; });
-}
-
 // Adds to dest the bytes of src that lie in flagged sectors or outside the
 // sector table (a chip whose size is no multiple of its sector size, or a
 // sector larger than the chip): what no sector covers was never compared,
@@ -493,7 +489,7 @@ void CompareSectors(MemImage* image, MemImage* readBack, bool chipErase, AutoSec
       MEMIMAGE_ReadAreaLocked(image, (uint32_t)a, piece, want, 0xFF);
       MEMIMAGE_ReadAreaLocked(readBack, (uint32_t)a, piece, have, 0xFF);
       same = same && std::memcmp(want, have, piece) == 0;
-      blank = blank && AllBlank(have, piece);
+      blank = blank && UTIL_FindFirstByteNot(have, 0xFF, static_cast<int>(piece)) < 0;
     }
     if (same && !chipErase) sectors.touched[s] = 0;
     sectors.toErase[s] = !same && !blank;

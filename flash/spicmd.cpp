@@ -93,10 +93,6 @@ constexpr uint8_t kOpFastRead = 0x0B;
 // transaction, sent instead of a status write.
 constexpr uint8_t kPageBasedUnprotect[4] = {0x3D, 0x2A, 0x7F, 0x9A};
 
-bool AllBlank(const uint8_t* p, uint32_t n) {
-  return std::all_of(p, p + n, [](uint8_t b) { return b == 0xFF; });
-}
-
 }  // namespace
 
 int SPI_BuildAddressedCommand(const FlashParams* fp, uint8_t opcode, uint32_t address, uint8_t out[5]) {
@@ -260,7 +256,7 @@ int SPI_ProgramPages(uint32_t address, uint32_t length, const uint8_t* data) {
   for (uint32_t done = 0; done < length;) {
     const uint32_t bytes = std::min(pageSize, length - done);
     const uint8_t* page = data + done;
-    if (!skipBlank || !AllBlank(page, bytes)) {
+    if (!skipBlank || UTIL_FindFirstByteNot(page, 0xFF, static_cast<int>(bytes)) >= 0) {
       batch->Add(fp, address + done, page, bytes);
       if (batch->pages == batchPages && batch->Run() != 0) return -1;
     }
