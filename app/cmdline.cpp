@@ -116,13 +116,6 @@ void DefaultSaveRange(uint32_t* start, uint32_t* end) {
 
 bool NextIsRange(const Walk& w) { return w.HasNext() && w.argv[w.argIndex + 1][0] != '-'; }
 
-SYS_Ptr<char[]> CopyText(const char* text) {
-  const size_t n = std::strlen(text) + 1;
-  SYS_Ptr<char[]> copy = SYS_NewArray<char>(n);
-  if (copy != nullptr) std::memcpy(copy.get(), text, n);
-  return copy;
-}
-
 // The connection layer keeps the override; it is set, never read, here.
 void SetOverride(const ConnectionChoice& choice) { SPI_SetConnectionOverride(&choice); }
 
@@ -232,7 +225,7 @@ int OptPellamLog(Walk& w, const char* arg, size_t n) {
   char name[kPathSize];
   if (TakeFileName(w, arg, n, name) < 0) return MissingParameter(w);
   PellamLogPath.reset();
-  PellamLogPath = CopyText(name);
+  PellamLogPath = SYS_CopyText(name);
   // From here on the file keeps a copy of everything printed on standard
   // output; an earlier log file is closed. A file that cannot be created
   // costs the copy, not the run.

@@ -174,10 +174,7 @@ void SPI_SetConnectionOverride(const ConnectionChoice* choice) {
 
 void SPI_SetTarloLogPath(const char* path) {
   TarloLogPath.reset();
-  if (path == nullptr) return;
-  const size_t size = std::strlen(path) + 1;
-  TarloLogPath = SYS_NewArray<char>(size);
-  if (TarloLogPath != nullptr) std::memcpy(TarloLogPath.get(), path, size);
+  if (path != nullptr) TarloLogPath = SYS_CopyText(path);
 }
 
 void SPI_SetTargetPower(uint32_t enabled, uint32_t delayMs) {

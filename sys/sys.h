@@ -3,6 +3,7 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <type_traits>
@@ -186,4 +187,12 @@ SYS_Ptr<T[]> SYS_NewArray(size_t n) {
   static_assert(std::is_trivial_v<T>);
   if (n > 0xFFFFFFFFu / sizeof(T)) return SYS_Ptr<T[]>();
   return SYS_Ptr<T[]>(static_cast<T*>(SYS_Alloc(static_cast<uint32_t>(n * sizeof(T)))));
+}
+
+// A copy of text with its terminator, or null when it cannot be allocated.
+inline SYS_Ptr<char[]> SYS_CopyText(const char* text) {
+  const size_t n = std::strlen(text) + 1;
+  SYS_Ptr<char[]> copy = SYS_NewArray<char>(n);
+  if (copy != nullptr) std::memcpy(copy.get(), text, n);
+  return copy;
 }
