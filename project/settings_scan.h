@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "util/util.h"
+
 struct SettingsScanRules {
   bool ignoreCase;        // names compare without regard to ASCII case
   bool headerNeedsBreak;  // a header on the last line, without a line end, is no section
@@ -52,10 +54,7 @@ struct SettingsScan {
   // zero-terminated, so a short text stops the match at its end.
   bool Match(uint32_t at, const char* name, size_t n) const {
     if (!rules.ignoreCase) return strncmp(text + at, name, n) == 0;
-    for (size_t i = 0; i < n; ++i) {
-      if (Lower(text[at + i]) != Lower(name[i])) return false;
-    }
-    return true;
+    return UTIL_strnicmp(text + at, name, static_cast<int>(n)) == 0;
   }
 
   // Body (just after the header line's break) of the first "[name]" line
