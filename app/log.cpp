@@ -60,6 +60,22 @@ void OnConsoleWrite(const char* text, int length) {
   }
 }
 
+// Adds text to the operation's collected errors: the operation fails, and
+// with it the run when it is the last.
+void CollectError(const char* text) {
+  const int used = UTIL_strlen(OpErrorText);
+  if (used > 0 && OpErrorText[used - 1] != '\n') UTIL_strcat(OpErrorText, "\n", sizeof OpErrorText);
+  UTIL_strcat(OpErrorText, text, sizeof OpErrorText);
+  OpErrorCount++;
+}
+
+// A log line that could not be written leaves the output incomplete: told
+// on the plain printer (which needs no memory) and counted as an error.
+void ReportOutOfMemory() {
+  LOG_Error("Out of memory");
+  CollectError("Out of memory");
+}
+
 // Owns a malloc'd buffer; the writer must not throw when memory runs out.
 struct MallocBuffer {
   char* p;
@@ -88,7 +104,7 @@ void WriteLog(const char* text, size_t length) {
   }
   MallocBuffer copy(length + numLF + 1);
   if (copy.p == nullptr) {
-    LOG_Error("Out of memory");
+    ReportOutOfMemory();
     return;
   }
   char* out = copy.p;
@@ -120,7 +136,7 @@ void ShowIndented(const char* prefix, const char* text, size_t textLength, LineK
   const size_t indentLength = OpIndent >= 1 ? 2 * static_cast<size_t>(OpIndent) : 0;
   MallocBuffer line(1 + indentLength + 3 + prefixLength + textLength + 2);
   if (line.p == nullptr) {
-    LOG_Error("Out of memory");
+    ReportOutOfMemory();
     return;
   }
   char* out = line.p;
@@ -266,10 +282,7 @@ void LOG_ReportError(const char* text) {
     if (n > 0 && text[n - 1] == '\n') n--;
     ShowIndented("ERROR: ", text, n, LineKind::Plain);
   }
-  const int used = UTIL_strlen(OpErrorText);
-  if (used > 0 && OpErrorText[used - 1] != '\n') UTIL_strcat(OpErrorText, "\n", sizeof OpErrorText);
-  UTIL_strcat(OpErrorText, text, sizeof OpErrorText);
-  OpErrorCount++;
+  CollectError(text);
 }
 
 void LOG_ReportWarning(const char* text) { ShowIndented("WARNING: ", text); }

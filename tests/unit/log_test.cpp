@@ -7,6 +7,7 @@
 #include <string>
 
 #include "app/log.h"
+#include "sys/sys.h"
 
 namespace {
 
@@ -253,6 +254,23 @@ TEST_F(LogTest, MessagePathIsGatedLikeBeginLines) {
   EXPECT_EQ(Capture([] { LOG_Message("hidden"); }), "");
   LOG_SetVerbosity(1);
   EXPECT_EQ(Capture([] { LOG_Message("shown\n"); }), "shown\r\n");
+}
+
+// A line the writer has no memory for is lost: the run must not end as if
+// everything had been shown. Both writers (the line and its CR LF copy).
+TEST_F(LogTest, OutOfMemoryWhileWritingFailsTheOperation) {
+  for (uint32_t nth : {1u, 2u}) {
+    const std::string out = Capture([nth] {
+      LOG_BeginOp("op");
+      SYS_TEST_FailAllocation(nth);
+      LOG_Info("lost");
+      SYS_TEST_FailAllocation(0);
+    });
+    EXPECT_NE(out.find("ERROR: Out of memory\n"), std::string::npos) << nth;
+    EXPECT_EQ(LOG_GetErrorCount(), 1u) << nth;
+    Capture([] { LOG_Pop(); });
+    EXPECT_EQ(DisconnectCalls, (int)nth);
+  }
 }
 
 }  // namespace
