@@ -181,17 +181,54 @@ bool CheckGeometry(const FlashParams& fp) {
   return true;
 }
 
+// The addresses the chip's commands can carry: NumAddrBytes bytes of them,
+// as the command layer sends them (at most four). Exclusive bound.
+uint64_t AddressReach(const FlashParams& fp) { return 1ull << (8 * std::clamp<int>(fp.NumAddrBytes, 0, 4)); }
+
 // Reading the whole chip walks every address the geometry names; addresses
 // the command's address bytes cannot carry would only read the start of the
 // chip again (and a chip declared far larger than the one fitted would take
 // minutes and gigabytes to read). Reports itself.
 bool CheckAddressReach(const FlashParams& fp) {
-  const uint32_t addrBytes = std::min<uint32_t>(fp.NumAddrBytes, 4);
-  const uint64_t reach = 1ull << (8 * addrBytes);
-  if (FLASHPARAMS_ChipSize(fp) <= reach) return true;
+  if (FLASHPARAMS_ChipSize(fp) <= AddressReach(fp)) return true;
   ReportError("Flash geometry exceeds what NumAddrBytes = %d can address (NumPages = 0x%X, PageSizeShift = %u).",
               (int)fp.NumAddrBytes, fp.NumPages, fp.PageSizeShift);
   return false;
+}
+
+// A command for an address its address bytes cannot carry goes out with the
+// top of the address cut off and lands low in the chip: a program or erase
+// would overwrite data there and report success. So an operation whose
+// addresses run from first to last is refused before any of its commands when
+// last is out of reach; the message names the first address that is.
+// A chip larger than the reach still serves data below it. Reports itself.
+bool CheckReach(const FlashParams& fp, uint64_t first, uint64_t last) {
+  const uint64_t reach = AddressReach(fp);
+  if (last < reach) return true;
+  ReportError("Address 0x%.8X is beyond what NumAddrBytes = %d can address (0x00000000 - 0x%.8X).",
+              (uint32_t)std::max(first, reach), (int)fp.NumAddrBytes, (uint32_t)(reach - 1));
+  return false;
+}
+
+// CheckReach over the image's ranges.
+bool CheckImageReach(const FlashParams& fp, MemImage* image) {
+  const uint32_t ranges = image ? MEMIMAGE_GetNumRanges(image) : 0;
+  for (uint32_t i = 0; i < ranges; i++) {
+    uint32_t start = 0, size = 0;
+    MEMIMAGE_GetRange(image, (int32_t)i, &start, &size);
+    if (size && !CheckReach(fp, start, (uint64_t)start + size - 1)) return false;
+  }
+  return true;
+}
+
+// CheckReach over the flagged sectors (an array of count flags).
+bool CheckSectorsReach(const FlashParams& fp, const uint8_t* flags, uint32_t count) {
+  const uint32_t shift = SectorShift(fp);
+  uint32_t index = 0, first = 0, last = 0;
+  while (FLASH_NextRun(flags, count, &index, &first, &last)) {
+    if (!CheckReach(fp, SectorFirst(first, shift), SectorLast(last, shift))) return false;
+  }
+  return true;
 }
 
 // Fit check; reports itself. 0 fits.
@@ -358,8 +395,10 @@ constexpr OpTexts kVerifyTexts{"All loaded bytes verified OK!", "Failed to verif
 
 // The geometry and fit checks, then programming; a work result for RunOp.
 int CheckAndProgram(MemImage* image) {
-  if (!CheckGeometry(ProjectParams())) return kWorkDone;
+  const FlashParams fp = ProjectParams();
+  if (!CheckGeometry(fp)) return kWorkDone;
   if (CheckFit(image) != 0) return kWorkQuietFail;
+  if (!CheckImageReach(fp, image)) return kWorkDone;
   ProgramWork(image);
   return kWorkDone;
 }
@@ -374,7 +413,7 @@ int VerifyOp(bool topLevel, MemImage* image) {
   char begin[256];
   FormatImageBegin(begin, sizeof begin, "Verifying", image);
   return RunOp(topLevel, begin, kVerifyTexts, image != nullptr, [image] {
-    VerifyWork(image);
+    if (CheckImageReach(ProjectParams(), image)) VerifyWork(image);
     return kWorkDone;
   });
 }
@@ -518,6 +557,7 @@ int AutoWork(MemImage* image) {
   const FlashParams fp = ProjectParams();
   if (!CheckGeometry(fp)) return kWorkDone;
   if (CheckFit(image) != 0) return kWorkQuietFail;
+  if (!CheckImageReach(fp, image)) return kWorkDone;
   ProjectProduction production{};
   PROJECT_GetProduction(&production);
   AutoSectors sectors;
@@ -539,6 +579,8 @@ int AutoWork(MemImage* image) {
   }
   const uint32_t marked = FLASH_MarkSectors(image, sectors.shift, sectors.touched.get(), sectors.count);
   std::fill_n(sectors.toErase.get(), sectors.count, 0);
+  // Sectors are read back and erased whole, also beyond the data in them.
+  if (!CheckSectorsReach(fp, sectors.touched.get(), sectors.count)) return kWorkDone;
 
   ImagePtr readBack(ReadAffected(fp, sectors, marked));
   if (!readBack || LOG_HasError()) return kWorkDone;
@@ -649,7 +691,7 @@ int FLASH_EraseSelectedSectors(void) {
       FLASH_AppendRange(list, sizeof list, SectorFirst(first, shift), SectorLast(last, shift));
     }
     Info("%d of %d sectors selected, %d range%s%s", (int)selected, (int)n, (int)runs, Plural(runs), list);
-    EraseFlagged(fp, flags.get(), n);
+    if (CheckSectorsReach(fp, flags.get(), n)) EraseFlagged(fp, flags.get(), n);
     return kWorkDone;
   });
 }
@@ -685,6 +727,7 @@ MemImage* FLASH_ReadRange(uint32_t start, uint32_t end) {
   char begin[256];
   UTIL_snprintf(begin, sizeof begin, "Reading target memory (0x%.8X - 0x%.8X) ...", start, end);
   return ReadOp(true, begin, [start, end](MemImage* image) {
+    if (!CheckReach(ProjectParams(), start, std::max(start, end))) return;
     const uint64_t first = start & ~3u, last = end | 3u;
     LOG_ProgressBegin("Reading", last >= first ? last - first + 1 : 0, LOG_PROGRESS_BYTES);
     SPI_ReadRange(image, start, end);

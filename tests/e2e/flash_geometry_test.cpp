@@ -26,6 +26,7 @@ struct Geometry {
 
 struct Rig {
   TempDir dir;
+  std::string chip = "C22018";
 
   void WriteProject(const Geometry& g) {
     char text[512];
@@ -46,7 +47,7 @@ struct Rig {
 
   RunResult Run(std::vector<std::string> args) {
     args.insert(args.begin(), {"-openprj", dir.file("chip.pellam")});
-    const std::vector<std::string> env = {"TARLOSIM_CHIP=C22018", "TARLOSIM_FLASH=" + dir.file("flash.bin"),
+    const std::vector<std::string> env = {"TARLOSIM_CHIP=" + chip, "TARLOSIM_FLASH=" + dir.file("flash.bin"),
                                           "HOME=" + dir.path(), "TARLOSIM_FAULT", "TARLOSIM_TIMING",
                                           "TARLOSIM_SIZE", "TARLOSIM_TRACE", "TARLOSIM_STATS"};
     RunResult r = RunProgram(args, dir.path(), env, kRunLimitSeconds);
@@ -123,6 +124,69 @@ TEST(FlashGeometry, ChipOfTheWholeAddressSpaceIsAccepted) {
   RunResult r = rig.Run({"-open", "d.bin", "0", "-auto"});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_EQ(rig.Flash(0, image.size()), image);
+}
+
+// A 32 MiB part driven with three address bytes reaches only its low 16 MiB:
+// a command for an address above goes out cut to 24 bits and lands at the
+// bottom of the chip. Every operation that names addresses refuses those
+// beyond the reach before any of its commands, with one message naming the
+// first such address and the key; the chip keeps every byte, neither the
+// addresses above nor the ones a cut address would hit below are touched.
+// Data just below the limit works as on any chip.
+TEST(FlashGeometry, AddressesBeyondTheAddressBytesAreRefusedBeforeAnyCommand) {
+  constexpr uint32_t kLimit = 1u << 24;
+  constexpr uint32_t kBelow = kLimit - 0x1000, kAbove = kLimit, kAcross = kLimit - 0x800;
+  constexpr uint32_t kSector255 = kLimit - 0x10000;
+  struct Case {
+    uint32_t at;                      // where the 4 KiB of data go
+    std::vector<std::string> action;
+    bool refused;
+    bool erases = false, writes = false;  // what a good run does to sector 255 and to the data's place
+  };
+  const Case cases[] = {
+      {kBelow, {"-program"}, false, false, true},
+      {kAbove, {"-program"}, true},
+      {kAcross, {"-programverify"}, true},
+      {kBelow, {"-auto"}, false, true, true},
+      {kAbove, {"-auto"}, true},
+      {kBelow, {"-verify"}, false},
+      {kAbove, {"-verify"}, true},
+      {kBelow, {"-readrange0xFFF000,0xFFFFFF"}, false},
+      {kAbove, {"-readrange0x1000000,0x1000FFF"}, true},
+      {kBelow, {"-erasesectors"}, false, true, false},
+      {kAbove, {"-erasesectors"}, true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.action.back() + " @ " + std::to_string(c.at));
+    Rig rig;
+    rig.chip = "C84019";    // 32 MiB, three address bytes by the chip table
+    char project[128];
+    std::snprintf(project, sizeof project, "[FLASH]\r\n  AutoDetect = 1\r\n  SelectedSectors[1] = %u\r\n",
+                  c.at >> 16);
+    rig.dir.write("chip.pellam", project);
+    const Bytes data = Pattern(0x1000, c.at);
+    Bytes before(2 * kLimit, '\xFF');
+    before.replace(0, 0x2000, Pattern(0x2000, 1));   // what a cut address would hit
+    before.replace(kSector255, 0x1000, Pattern(0x1000, 2));
+    if (c.action.back() == "-verify") {            // the chip holds the data, also where a cut address reads
+      before.replace(c.at, data.size(), data);
+      before.replace(c.at % kLimit, data.size(), data);
+    }
+    rig.dir.write("flash.bin", before);
+    Bytes expected = before;
+    if (!c.refused && c.erases) expected.replace(kSector255, 0x10000, 0x10000, '\xFF');
+    if (!c.refused && c.writes) expected.replace(c.at, data.size(), data);
+    rig.dir.write("d.bin", data);
+    char at[16];
+    std::snprintf(at, sizeof at, "0x%X", c.at);
+    std::vector<std::string> args = {"-open", "d.bin", at};
+    args.insert(args.end(), c.action.begin(), c.action.end());
+    RunResult r = rig.Run(args);
+    EXPECT_EQ(r.exitStatus, c.refused ? 1 : 0) << r.out;
+    EXPECT_EQ(Has(r, "ERROR: Address 0x01000000 is beyond what NumAddrBytes = 3 can address (0x00000000 - "
+                     "0x00FFFFFF).\n"), c.refused) << r.out;
+    EXPECT_TRUE(rig.dir.read("flash.bin") == expected);
+  }
 }
 
 // Data that no sector of the table covers (a sector larger than the chip,
