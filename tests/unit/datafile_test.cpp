@@ -1,6 +1,5 @@
 // Data file readers and writers: byte-exact output, the readers' quirks and
-// error texts, running out of memory, round trips, and files exchanged
-// with objcopy.
+// error texts, running out of memory, and round trips.
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <sys/stat.h>
@@ -10,7 +9,6 @@
 #include <cstdlib>
 #include <functional>
 #include <random>
-#include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -106,7 +104,7 @@ TEST(Readers, RecordsAndQuirks) {
       {"plain.mot", "S107000001020304EE\r\nS9030000FC\r\n", 0, "", "0:4"},
       {"blank-after-S.mot", "S 107000001020304EE\n", 0, "", "0:4"},
       {"S2-and-S3.mot", "S2060100000102F5\nS3090100000001020304EB\n", 0, "", "10000:2 1000000:4"},
-      {"header.mot", "S00F000068656C6C6F202020202000003C\nS107000001020304EE\n", 0, "", "0:4"},
+      {"header-and-count.mot", "S00F000068656C6C6F202020202000003C\nS107000001020304EE\nS5030001FB\n", 0, "", "0:4"},
       {"type-letter.mot", "SA07000001020304EE\n", -5, "Error in line 1: Unexpected character", ""},
       {"empty.mot", "", -4, "Error in line 1: Not a mot file", ""},
       {"end-mark.mot", "S9030000FC\r\n\x1A", 0, "", ""},
@@ -232,11 +230,6 @@ TEST(CSource, ExactOutput) {
                      "};\r\n\r\n/*** end of file ***/\r\n"),
             std::string::npos)
       << out;
-  // The box is 73 characters wide on its first seven lines.
-  std::stringstream ss(out);
-  std::string line;
-  for (int i = 0; i < 7 && std::getline(ss, line); i++) EXPECT_EQ(line.size(), 74u) << line;
-  EXPECT_NE(out.find("You may use this feature at your own risc, Valmik assumes no liability\r\n"), std::string::npos);
 
   Image seventeen;
   seventeen.Add(0, std::vector<uint8_t>(17, 0xAB));
@@ -332,17 +325,17 @@ bool SameImage(Image& a, Image& b) {
   return true;
 }
 
-// Random images with a range at the very top of the address space survive
-// a round trip through both text formats; files exchanged with objcopy
-// both ways hold the same bytes.
-TEST(Exchange, RoundTripsAndObjcopy) {
+// Random images, with a range at the very top of the address space and
+// files long enough to refill the readers' input buffer, survive a round
+// trip through both text formats.
+TEST(RoundTrip, HexAndMotKeepTheImage) {
   for (uint32_t seed = 1; seed <= 5; seed++) {
     TempDir d;
     Image im;
     std::mt19937 rng(seed);
     uint32_t addr = rng() % 0x100;
     for (int i = 0; i < 30; i++) {
-      std::vector<uint8_t> bytes(1 + rng() % 300);
+      std::vector<uint8_t> bytes(1 + rng() % 4000);
       for (auto& b : bytes) b = static_cast<uint8_t>(rng());
       im.Add(addr, bytes);
       addr += static_cast<uint32_t>(bytes.size()) + 1 + rng() % (i % 5 == 0 ? 0x30000 : 40);
@@ -355,32 +348,6 @@ TEST(Exchange, RoundTripsAndObjcopy) {
       ASSERT_EQ(Load(d, name, d.read(name), back).result, 0);
       EXPECT_TRUE(SameImage(im, back)) << seed << " " << name;
     }
-  }
-
-  if (std::system("objcopy --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "objcopy not installed";
-  TempDir d;
-  std::string bin(150000, '\0');
-  std::mt19937 rng(7);
-  for (auto& c : bin) c = static_cast<char>(rng());
-  d.write("ref.bin", bin);
-  char err[256] = {};
-  for (const char* fmt : {"ihex", "srec"}) {
-    const std::string name = fmt[0] == 'i' ? "objcopy.hex" : "objcopy.mot";
-    const std::string convert = "objcopy -I binary -O " + std::string(fmt) + " ref.bin " + name;
-    ASSERT_EQ(std::system(("cd " + d.path() + " && " + convert).c_str()), 0);
-    Image im;
-    ASSERT_EQ(Load(d, name, d.read(name), im).result, 0) << fmt;
-    EXPECT_EQ(im.Layout(), "0:249F0") << fmt;
-    EXPECT_EQ(im.Bytes(0, static_cast<uint32_t>(bin.size())), std::vector<uint8_t>(bin.begin(), bin.end())) << fmt;
-  }
-  // Our files, placed high in the address space, back to binary by objcopy.
-  Image im;
-  ASSERT_EQ(DATAFILE_ReadBin(im.p, d.file("ref.bin").c_str(), err, sizeof err, 0x0801F000), 0);
-  for (const char* name : {"ours.hex", "ours.mot"}) {
-    ASSERT_EQ(Save(im.p, d.file(name), err, sizeof err), 0);
-    const std::string convert = std::string("objcopy -I ") + (name[5] == 'h' ? "ihex" : "srec") + " -O binary ";
-    ASSERT_EQ(std::system(("cd " + d.path() + " && " + convert + name + " back.bin").c_str()), 0);
-    EXPECT_EQ(d.read("back.bin"), bin) << name;
   }
 }
 

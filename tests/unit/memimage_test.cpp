@@ -119,27 +119,6 @@ TEST(MemImage, GetBlockBoundsGapsAndAlignment) {
   }
 }
 
-TEST(MemImage, PatchesOverlayAndCommit) {
-  Image im;
-  im.Add(0x100, 0x1FF);
-  MEMIMAGE_SetByte(im.p, 0x110, 0x55);
-  MEMIMAGE_SetByte(im.p, 0x110, 0x66);
-  MEMIMAGE_SetByte(im.p, 0x400, 0x77);
-  EXPECT_EQ(MEMIMAGE_ReadByte(im.p, 0x110), 0x166);
-  uint8_t buf[4];
-  MEMIMAGE_ReadArea(im.p, 0x10F, 4, buf, 0xEE);
-  EXPECT_EQ(buf[0], 0x0F);
-  EXPECT_EQ(buf[1], 0x66);
-  uint8_t data[8];
-  uint32_t bs = 0;
-  EXPECT_EQ(MEMIMAGE_GetBlock(im.p, 0x3FF, 0x400, 0, 0xEE, data, nullptr, &bs, 8, 0, 0), 0);
-  EXPECT_EQ(MEMIMAGE_CommitPatches(im.p), 0);
-  EXPECT_EQ(im.p->changeCount, 0u);
-  EXPECT_EQ(MEMIMAGE_ReadByte(im.p, 0x110), 0x66);
-  EXPECT_EQ(MEMIMAGE_ReadByte(im.p, 0x400), 0x77);
-  EXPECT_EQ(im.Ranges(), (Ranges{{0x100, 0x1FF}, {0x400, 0x400}}));
-}
-
 TEST(MemImage, SetsAndMerge) {
   Image chip;
   MEMIMAGE_AddDataLocked(chip.p, 0, 0x10000, nullptr);
@@ -185,13 +164,17 @@ TEST(MemImage, AddSkipBlankAndRemoveBlank) {
   EXPECT_EQ(rb.Ranges(), (Ranges{{0x1000, 0x100B}, {0x101E, 0x101F}}));
 }
 
-// The locked forms give what the plain ones give; the range queries by table.
-TEST(MemImage, LockedFormsAndRangeQueries) {
+// Patches overlay the ranges until committed; the locked forms give what
+// the plain ones give; the range queries by table.
+TEST(MemImage, PatchesLockedFormsAndRangeQueries) {
   Image a;
   a.Add(0x100, 0x1FF);
   a.Add(0x300, 0x3FF);
-  MEMIMAGE_SetByte(a.p, 0x150, 0x99);
-  for (uint32_t addr : {0x0FFu, 0x100u, 0x150u, 0x1FFu, 0x200u}) {
+  MEMIMAGE_SetByte(a.p, 0x110, 0x55);
+  MEMIMAGE_SetByte(a.p, 0x110, 0x66);
+  EXPECT_EQ(MEMIMAGE_SetByteLocked(a.p, 0x500, 0x77), 2);  // the index of the new patch
+  EXPECT_EQ(MEMIMAGE_ReadByte(a.p, 0x110), 0x166);
+  for (uint32_t addr : {0x0FFu, 0x100u, 0x110u, 0x1FFu, 0x200u, 0x500u}) {
     EXPECT_EQ(MEMIMAGE_ReadByteLocked(a.p, addr), MEMIMAGE_ReadByte(a.p, addr)) << std::hex << addr;
   }
   uint8_t plain[0x40], locked[0x40];
@@ -200,8 +183,14 @@ TEST(MemImage, LockedFormsAndRangeQueries) {
             MEMIMAGE_GetBlock(a.p, 0x1F0, 0x310, 0x200, 0xFF, plain, nullptr, &ps, 0x40, 0, 0));
   EXPECT_EQ(ls, ps);
   EXPECT_EQ(std::vector<uint8_t>(locked, locked + 0x40), std::vector<uint8_t>(plain, plain + 0x40));
-  EXPECT_EQ(MEMIMAGE_SetByteLocked(a.p, 0x160, 0x11), 1);  // the index of the new patch
-  EXPECT_EQ(MEMIMAGE_ReadByte(a.p, 0x160), 0x111);
+  MEMIMAGE_ReadArea(a.p, 0x10F, 4, plain, 0xEE);
+  EXPECT_EQ(plain[0], 0x0F);
+  EXPECT_EQ(plain[1], 0x66);
+  EXPECT_EQ(MEMIMAGE_GetBlock(a.p, 0x4FF, 0x500, 0, 0xEE, plain, nullptr, &ps, 8, 0, 0), 0);  // not before commit
+  EXPECT_EQ(MEMIMAGE_CommitPatches(a.p), 0);
+  EXPECT_EQ(a.p->changeCount, 0u);
+  EXPECT_EQ(MEMIMAGE_ReadByte(a.p, 0x110), 0x66);
+  EXPECT_EQ(a.Ranges(), (Ranges{{0x100, 0x1FF}, {0x300, 0x3FF}, {0x500, 0x500}}));
 
   struct Area {
     uint32_t start, size;
@@ -226,7 +215,7 @@ TEST(MemImage, LockedFormsAndRangeQueries) {
   EXPECT_EQ(MEMIMAGE_Overlaps(a.p, empty.p), 0);
 
   MEMIMAGE_RemoveAreaLocked(a.p, 0x180, 0x30F);
-  EXPECT_EQ(a.Ranges(), (Ranges{{0x100, 0x17F}, {0x310, 0x3FF}}));
+  EXPECT_EQ(a.Ranges(), (Ranges{{0x100, 0x17F}, {0x310, 0x3FF}, {0x500, 0x500}}));
 }
 
 // Random adds, removes, shifts and reads against a byte map: wide ranges
