@@ -312,6 +312,10 @@ TEST(SysFile, HomeExpansionAndDirectories) {
   SYS_GetModuleDir(moduleDir, sizeof moduleDir);
   EXPECT_TRUE(fs::exists(path)) << path;
   EXPECT_EQ(std::string(path).rfind(moduleDir, 0), 0u) << path << " / " << moduleDir;
+  char untouched[2] = "x";  // a buffer of size 0 is left alone
+  SYS_GetModulePath(untouched, 0);
+  SYS_GetModuleDir(untouched, 0);
+  EXPECT_STREQ(untouched, "x");
 }
 
 TEST(SysPath, SplitAndJoin) {
