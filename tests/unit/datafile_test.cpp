@@ -7,7 +7,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <random>
 #include <string>
 #include <tuple>
@@ -53,24 +52,32 @@ struct Loaded {
 };
 
 // Writes `text` as the file `name` and reads it with the reader its
-// extension (".hex" or ".mot") names.
-Loaded Load(const TempDir& d, const std::string& name, const std::string& text, Image& im) {
+// extension names (a binary at 0x1000), reporting progress when asked.
+Loaded Load(const TempDir& d, const std::string& name, const std::string& text, Image& im,
+            DATAFILE_PROGRESS_FUNC progress = nullptr, void* context = nullptr) {
   d.write(name, text);
   char err[256] = {};
   const std::string path = d.file(name);
-  const int r = name.ends_with(".hex") ? DATAFILE_ReadHex(im.p, path.c_str(), err, sizeof err)
-                                       : DATAFILE_ReadMot(im.p, path.c_str(), err, sizeof err);
+  int r;
+  if (name.ends_with(".hex")) {
+    r = DATAFILE_ReadHexEx(im.p, path.c_str(), err, sizeof err, progress, context);
+  } else if (name.ends_with(".bin")) {
+    r = DATAFILE_ReadBinEx(im.p, path.c_str(), err, sizeof err, 0x1000, progress, context);
+  } else {
+    r = DATAFILE_ReadMotEx(im.p, path.c_str(), err, sizeof err, progress, context);
+  }
   return {r, err, im.Layout()};
 }
 
 // Saves the image with the writer the extension names (binary and C over
-// the window [first, last]).
+// the window [first, last]), reporting progress when asked.
 int Save(MemImage* im, const std::string& path, char* err, uint32_t errSize, uint32_t first = 0,
-         uint32_t last = 0xFFFFFFFF) {
-  if (path.ends_with(".hex")) return DATAFILE_WriteHex(im, path.c_str(), err, errSize);
-  if (path.ends_with(".bin")) return DATAFILE_WriteBin(im, path.c_str(), err, errSize, first, last);
-  if (path.ends_with(".c")) return DATAFILE_WriteC(im, path.c_str(), err, errSize, first, last);
-  return DATAFILE_WriteMot(im, path.c_str(), err, errSize);
+         uint32_t last = 0xFFFFFFFF, DATAFILE_PROGRESS_FUNC progress = nullptr, void* context = nullptr) {
+  const char* p = path.c_str();
+  if (path.ends_with(".hex")) return DATAFILE_WriteHexEx(im, p, err, errSize, progress, context);
+  if (path.ends_with(".bin")) return DATAFILE_WriteBinEx(im, p, err, errSize, first, last, progress, context);
+  if (path.ends_with(".c")) return DATAFILE_WriteCEx(im, p, err, errSize, first, last, progress, context);
+  return DATAFILE_WriteMotEx(im, p, err, errSize, progress, context);
 }
 
 TEST(Readers, RecordsAndQuirks) {
@@ -359,42 +366,36 @@ TEST(Progress, EveryEntryPointReports) {
     static_cast<Calls*>(context)->emplace_back(p->address, p->numRanges);
   };
   TempDir d;
-  d.write("in.hex", ":0400000001020304F2\r\n:020000040001F9\r\n:0400100001020304E2\r\n:00000001FF\r\n");
-  d.write("in.mot", "S00600004844521B\nS107000001020304EE\nS20801001001020304DC\nS9030000FC\n");
-  d.write("in.bin", std::string(70000, 'x'));
-  Image src;
-  src.Add(0x1FFF0, std::vector<uint8_t>(40, 0x5A));
-  const std::string in = d.file("in"), out = d.file("out");
-  char err[256] = {};
-  using Run = std::function<int(MemImage*, Calls*)>;
-  const std::pair<Run, Calls> cases[] = {
-      {[&](MemImage* im, Calls* c) { return DATAFILE_ReadHexEx(im, (in + ".hex").c_str(), err, 256, record, c); },
+  const struct {
+    const char* name;
+    std::string text;
+    Calls expect;
+  } reads[] = {
+      {"in.hex",
+       ":0400000001020304F2\r\n:020000040001F9\r\n:0400100001020304E2\r\n:00000001FF\r\n",
        {{0, 0}, {0x10010, 1}}},
-      {[&](MemImage* im, Calls* c) { return DATAFILE_ReadMotEx(im, (in + ".mot").c_str(), err, 256, record, c); },
-       {{0, 0}, {0x10010, 1}}},
-      {[&](MemImage* im, Calls* c) {
-         return DATAFILE_ReadBinEx(im, (in + ".bin").c_str(), err, 256, 0x1000, record, c);
-       },
-       {{0x1000, 0}, {0x9000, 1}, {0x11000, 1}}},
-      {[&](MemImage*, Calls* c) { return DATAFILE_WriteHexEx(src.p, out.c_str(), err, 256, record, c); },
-       {{0x1FFF0, 1}, {0x20010, 1}}},
-      {[&](MemImage*, Calls* c) { return DATAFILE_WriteMotEx(src.p, out.c_str(), err, 256, record, c); },
-       {{0x1FFF0, 1}, {0x20010, 1}}},
-      {[&](MemImage*, Calls* c) {
-         return DATAFILE_WriteBinEx(src.p, out.c_str(), err, 256, 0x1FFE0, 0x20017, record, c);
-       },
-       {{0x1FFF0, 1}}},
-      {[&](MemImage*, Calls* c) {
-         return DATAFILE_WriteCEx(src.p, (out + ".c").c_str(), err, 256, 0x1FFF0, 0x20017, record, c);
-       },
-       {{0x1FFF0, 1}, {0x20000, 1}, {0x20010, 1}}},
+      {"in.mot", "S00600004844521B\nS107000001020304EE\nS20801001001020304DC\nS9030000FC\n", {{0, 0}, {0x10010, 1}}},
+      {"in.bin", std::string(70000, 'x'), {{0x1000, 0}, {0x9000, 1}, {0x11000, 1}}},
   };
-  int i = 0;
-  for (const auto& [run, expect] : cases) {
+  for (const auto& c : reads) {
     Image im;
     Calls calls;
-    EXPECT_EQ(run(im.p, &calls), 0) << "entry point " << i << ": " << err;
-    EXPECT_EQ(calls, expect) << "entry point " << i++;
+    EXPECT_EQ(Load(d, c.name, c.text, im, record, &calls).result, 0) << c.name;
+    EXPECT_EQ(calls, c.expect) << c.name;
+  }
+  Image src;
+  src.Add(0x1FFF0, std::vector<uint8_t>(40, 0x5A));
+  const std::pair<const char*, Calls> writes[] = {
+      {"out.hex", {{0x1FFF0, 1}, {0x20010, 1}}},
+      {"out.mot", {{0x1FFF0, 1}, {0x20010, 1}}},
+      {"out.bin", {{0x1FFF0, 1}}},
+      {"out.c", {{0x1FFF0, 1}, {0x20000, 1}, {0x20010, 1}}},
+  };
+  for (const auto& [name, expect] : writes) {
+    Calls calls;
+    char err[256];
+    EXPECT_EQ(Save(src.p, d.file(name), err, sizeof err, 0x1FFF0, 0x20017, record, &calls), 0) << name;
+    EXPECT_EQ(calls, expect) << name;
   }
 }
 
