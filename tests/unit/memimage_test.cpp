@@ -1,6 +1,7 @@
 // The memory image: joins, splits, overlaps, block extraction, patches, and
 // a randomised comparison with a plain byte map.
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <iterator>
@@ -290,6 +291,14 @@ TEST(MemImage, RandomOperationsMatchByteMap) {
       ASSERT_EQ(walked, (std::vector<std::pair<uint32_t, uint8_t>>(model.begin(), model.end())));
     }
   }
+  // A deleted image leaves nothing behind: ranges, buffers, and the index
+  // an image filled out of order builds.
+  const long heldBefore = static_cast<long>(mallinfo2().uordblks);
+  for (int i = 0; i < 100; i++) {
+    Image im;
+    for (uint32_t r = 20; r > 0; r--) im.Add(r * 0x10, r * 0x10 + 7);
+  }
+  EXPECT_LT(static_cast<long>(mallinfo2().uordblks) - heldBefore, 20000) << "deleted images leak";
 }
 
 // An allocation failing anywhere in a run of adds (appends, prepends, joins,
