@@ -55,16 +55,20 @@ TEST(SysTime, ClocksCalendarAndThreads) {
   const uint32_t a = SYS_GetTickCountAbs();
   EXPECT_LE(SYS_GetTickCountAbs() - a, 1000u);
 
-  SYS_DATETIME utc{};
+  SYS_DATETIME utc{}, local{};
   const time_t now = time(nullptr);
-  tm ref{};
+  tm ref{}, localRef{};
   gmtime_r(&now, &ref);
+  localtime_r(&now, &localRef);
   SYS_GetUTCTime(&utc);
+  SYS_GetLocalTime(&local);
   SYS_GetUTCTime(nullptr);  // tolerated
+  SYS_GetLocalTime(nullptr);
   EXPECT_EQ(utc.year, ref.tm_year + 1900);
   EXPECT_EQ(utc.month, ref.tm_mon + 1);
   EXPECT_EQ(utc.day, ref.tm_mday);
   EXPECT_EQ(utc.milliseconds, 0);
+  EXPECT_EQ(local.hour, localRef.tm_hour);
 
   // A thread that tells its id, then waits until cancelled.
   static std::atomic<uint64_t> seenId{0};
@@ -146,6 +150,8 @@ TEST(SysMutex, TableAndInvalidHandles) {
   EXPECT_EQ(SYS_WaitForMutex(nullptr, 10), -1);
   EXPECT_EQ(SYS_ReleaseMutex(nullptr), 1);
   SYS_CloseMutex(nullptr);
+  SYS_HMUTEX none = nullptr;
+  SYS_CloseMutex(&none);
   SYS_HMUTEX stale = freed;
   EXPECT_EQ(SYS_WaitForMutex(stale, 10), -1);
   EXPECT_EQ(SYS_ReleaseMutex(stale), 1);
