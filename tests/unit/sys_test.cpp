@@ -2,6 +2,7 @@
 // flags and locks between processes, home expansion, path splitting.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -383,6 +384,9 @@ TEST(SysAlloc, GuardsAndTheFailureHook) {
   g[10] = 0xCE;
   EXPECT_EQ(SYS_CheckGuarded(g), 0);
   SYS_FreeGuarded(g);
+  const long heldBefore = static_cast<long>(mallinfo2().uordblks);
+  for (int i = 0; i < 100; ++i) SYS_FreeGuarded(SYS_AllocGuarded(1000));
+  EXPECT_LT(static_cast<long>(mallinfo2().uordblks) - heldBefore, 50000) << "freed blocks leak";
 
   SYS_TEST_FailAllocation(3);
   void* a = SYS_Alloc(8);
