@@ -60,7 +60,6 @@ using fake::project;
 
 int PROJECT_IsOpen(void) { return project().open ? 1 : 0; }
 void PROJECT_GetGeneral(ProjectGeneral* out) { *out = project().general; }
-void PROJECT_GetSequences(ProjectSequences* out) { *out = project().sequences; }
 uint32_t PROJECT_GetInterfaceSpeed(void) { return project().sequences.Speed0; }
 void PROJECT_GetFlashParams(FlashParams* out) { *out = project().flash; }
 void PROJECT_SetFlashParams(const FlashParams* in) { project().flash = *in; }
@@ -87,9 +86,6 @@ void Call(const std::string& text) { probe().calls.push_back(text); }
 
 extern "C" {
 
-uint32_t TARLOARM_GetDLLVersion(void) { return 68000; }
-const char* TARLOARM_GetCompileDateTime(void) { return "today"; }
-void TARLOARM_SetErrorOutHandler(TARLO_LOG_FUNC) {}
 int TARLOARM_ExecCommand(const char* command, char*, int) {
   Call(std::string("Exec ") + command);
   if (std::strcmp(command, "SupplyPower = 1") == 0) probe().suppliesPower = true;
@@ -144,6 +140,5 @@ int TARLO_SPI_Transfer(const uint8_t* dataOut, uint8_t* dataIn, uint32_t numBits
   return static_cast<int>(n);
 }
 void* TARLO_GetpFunc(int) { return nullptr; }
-void TARLOARM_INDICATORS_SetState(int, const TARLO_INDICATOR_STATE*) {}
 
 }  // extern "C"
