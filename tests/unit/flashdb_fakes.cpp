@@ -16,23 +16,14 @@ Probe& probe() {
 }
 
 Project& project() {
-  static Project* p = [] {
-    auto* q = new Project;
-    std::memset(&q->general, 0, sizeof(q->general));
-    std::memset(&q->sequences, 0, sizeof(q->sequences));
-    std::memset(&q->flash, 0, sizeof(q->flash));
-    return q;
-  }();
+  static Project* p = new Project{};
   return *p;
 }
 
 void Reset() {
   probe() = Probe{};
   Project& p = project();
-  p.open = true;
-  std::memset(&p.general, 0, sizeof(p.general));
-  std::memset(&p.sequences, 0, sizeof(p.sequences));
-  std::memset(&p.flash, 0, sizeof(p.flash));
+  p = Project{};
   p.sequences.Speed0 = 4000;
   p.flash.AutoDetect = 1;
   p.flash.FlashType = 1;
@@ -45,9 +36,8 @@ void QueueId(std::vector<uint8_t> bytes) {
 
 std::vector<uint8_t> CommandBytes() {
   std::vector<uint8_t> r;
-  for (const Transfer& t : probe().transfers) {
+  for (const Transfer& t : probe().transfers)
     if (!t.read && t.out.size() == 1 && t.flags == 14) r.push_back(t.out[0]);
-  }
   return r;
 }
 
