@@ -41,10 +41,12 @@ TEST(Connect, ProjectSettingsChooseTheProbeAndFaultsFailWithTheirMessage) {
   const Case cases[] = {
       {"serial number", true, "[GENERAL]\n  ConnectMode = 1\n  USBSerialNo = 0x000000DE\n", {"TARLOSIM_VTARGET=1800"},
        {"-connect", "-connect"},  // the second does nothing
-       {"Connecting via USB to Tarlo with SN 222", "VTarget = 1.800V"}, "TARLOARM_EMU_SelectByUSBSN(222) returns 0", "222"},
+       {"Connecting via USB to Tarlo with SN 222", "VTarget = 1.800V"}, "TARLOARM_EMU_SelectByUSBSN(222) returns 0",
+       "222"},
       {"USB index", true, "[GENERAL]\n  USBPort = 1\n", {}, {"-connect"}, {"Connecting via USB to Tarlo device 1"},
        "TARLOARM_SelectUSB(1)", "222"},
-      {"host name", true, host, {}, {"-connect"}, {"Connecting via TCP/IP to lab-7"}, "TARLOARM_SelectIP(\"lab-7\", 0)", "111"},
+      {"host name", true, host, {}, {"-connect"}, {"Connecting via TCP/IP to lab-7"},
+       "TARLOARM_SelectIP(\"lab-7\", 0)", "111"},
       {"command line over project", true, host, {}, {"-select", "USB=111", "-connect"},
        {"Connecting via USB to Tarlo with SN 111"}, "TARLOARM_EMU_SelectByUSBSN(111) returns 0", "111"},
       {"after a failed connect", true, "", {}, {"-select", "USB=999", "-connect", "-select", "USB=222", "-connect"},
@@ -57,12 +59,14 @@ TEST(Connect, ProjectSettingsChooseTheProbeAndFaultsFailWithTheirMessage) {
        {"ERROR: Tarlo with SN 256 not found."}, "TARLOARM_EMU_SelectByUSBSN(256) returns -1", nullptr},
       {"unreachable host", false, host, {"TARLOSIM_FAULT=ip-unreachable"}, {"-connect"},
        {"ERROR: Cannot connect to the probe at \"lab-7\": host unreachable."}, "TARLOARM_SelectIP", nullptr},
-      {"no probe", false, "", {"TARLOSIM_SN="}, {"-connect"}, {"ERROR: Cannot connect to the probe: no probe found on USB."},
+      {"no probe", false, "", {"TARLOSIM_SN="}, {"-connect"},
+       {"ERROR: Cannot connect to the probe: no probe found on USB."},
        "TARLOARM_OpenEx", nullptr},
       {"no SPI", false, "", {"TARLOSIM_FAULT=no-spi"}, {"-connect"},
        {"ERROR: The connected probe (S/N 111) does not support the SPI interface"}, "TARLOARM_Close()", "111"},
       {"no power", false, "", {"TARLOSIM_VTARGET=0"}, {"-connect"}, {"ERROR: Target system has no power"}, "", "111"},
-      {"low power", false, "", {"TARLOSIM_VTARGET=999"}, {"-connect"}, {"ERROR: Target system has no power"}, "", "111"},
+      {"low power", false, "", {"TARLOSIM_VTARGET=999"}, {"-connect"}, {"ERROR: Target system has no power"}, "",
+       "111"},
       {"bad simulator setting", false, "", {"TARLOSIM_FAULT=erase-timout"}, {"-connect"},
        {"ERROR: Bad simulator setting TARLOSIM_FAULT=\"erase-timout\": unknown fault \"erase-timout\""}, "", nullptr},
       // A FIFO must not hang the run either.
@@ -214,8 +218,9 @@ TEST(Connect, CtrlCEndsAnEndlessSequence) {
     Rig rig;
     rig.project = "[FLASH]\n  AutoDetect = 1\n" + Steps(list, loop);
     rig.dir.write("d.bin", Pattern(0x1000, 1));
-    RunResult r = rig.Run({"-verbose1", "-connect", "-open", rig.dir.file("d.bin"), "0x0", "-auto", "-readrange0x0,0xFF"},
-                          {}, 60, {"/usr/bin/timeout", "--preserve-status", "-s", "INT", "-k", "10", "1"});
+    const std::vector<std::string> args = {"-verbose1", "-connect", "-open", rig.dir.file("d.bin"), "0x0", "-auto",
+                                           "-readrange0x0,0xFF"};
+    RunResult r = rig.Run(args, {}, 60, {"/usr/bin/timeout", "--preserve-status", "-s", "INT", "-k", "10", "1"});
     EXPECT_EQ(r.exitStatus, 0) << r.out;
     EXPECT_EQ(Has(r, "Could not perform custom init sequence."), list == std::string("Init")) << r.out;
     EXPECT_TRUE(Has(r, "Target memory read successfully.")) << r.out;

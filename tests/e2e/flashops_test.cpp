@@ -42,7 +42,8 @@ TEST(FlashOps, PagesAreFramedBatchedAndBlankOnesSkipped) {
     data.replace(0x1200, 0x200, payload.substr(0, 0x200));
     data.replace(0x1500, 0x100, payload.substr(0x200));
     b.dir.write("d.bin", data);
-    RunResult r = b.Run({"-tarlolog", b.dir.file("probe.log"), "-open", b.dir.file("d.bin"), "0x0", "-program", "-verify"});
+    RunResult r =
+        b.Run({"-tarlolog", b.dir.file("probe.log"), "-open", b.dir.file("d.bin"), "0x0", "-program", "-verify"});
     EXPECT_EQ(r.exitStatus, 0) << r.out;
     EXPECT_TRUE(Has(r, "Target programmed successfully.")) << r.out;
     EXPECT_TRUE(Has(r, "All loaded bytes verified OK!")) << r.out;
@@ -237,7 +238,12 @@ TEST(FlashOps, DataEndingAtTheLastAddressOfA4GiBChip) {
 // ---- Erase ----
 
 TEST(FlashOps, EraseChipAndSelectedSectors) {
-  struct Case { const char* action; const char* selection; std::vector<const char*> lines; std::vector<uint32_t> erased; };
+  struct Case {
+    const char* action;
+    const char* selection;
+    std::vector<const char*> lines;
+    std::vector<uint32_t> erased;
+  };
   const Case cases[] = {
       {"-erasechip", "1,3-4", {"Erasing 256 sectors, 1 range, 0x0 - 0xFFFFFF"}, {0, 1, 2, 3, 4, 5}},
       {"-erasesectors", "1,3-4",

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "app/log.h"
-#include "flash/spi.h"
 #include "flash/flash.h"
+#include "flash/spi.h"
 #include "tests/unit/flashdb_fakes.h"
 
 namespace {
@@ -35,7 +35,9 @@ class Connection : public testing::Test {
     SPI_SetTargetPower(0, 0);
     LOG_SetVerbosity(9);
   }
-  void TearDown() override { Quiet([] { SPI_Disconnect(); }); }
+  void TearDown() override {
+    Quiet([] { SPI_Disconnect(); });
+  }
 };
 
 // The detected ID and the parameters of its row land in the project (an

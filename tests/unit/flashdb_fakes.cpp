@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "project/seq.h"
 #include "probe/tarlo_abi.h"
+#include "project/seq.h"
 #include "util/util.h"
 
 namespace fake {

@@ -47,9 +47,9 @@ TEST(ChipLookup, FirstMatchWinsAndIsAppliedWithItsAddressType) {
     EXPECT_EQ(p.NumPages, c.pages);
     EXPECT_EQ(p.PageSizeShift, 8u);
     EXPECT_EQ(p.SectorSizeShift, c.sectorShift);
-    const std::vector<uint8_t> got = {p.NumAddrBytes, p.Dedicated4BAddrMode, p.CmdEnter4ByteMode, p.CmdExit4ByteMode,
-                                      p.CmdReadData,  p.CmdWritePage,        p.CmdEraseSector,    p.CmdWriteEnable,
-                                      p.CmdReadStatus, p.StatusIsReadyBit,   p.ChipClass};
+    const std::vector<uint8_t> got = {p.NumAddrBytes,  p.Dedicated4BAddrMode, p.CmdEnter4ByteMode, p.CmdExit4ByteMode,
+                                      p.CmdReadData,   p.CmdWritePage,        p.CmdEraseSector,    p.CmdWriteEnable,
+                                      p.CmdReadStatus, p.StatusIsReadyBit,    p.ChipClass};
     EXPECT_EQ(got, (std::vector<uint8_t>{c.addr, c.dedicated, c.enter, c.exit, c.read, c.write, c.erase, c.wren,
                                          c.status, c.readyBit, c.chipClass}));
     EXPECT_EQ(p.StatusBitPos, c.readyBit ? 7 : 0);
@@ -59,7 +59,10 @@ TEST(ChipLookup, FirstMatchWinsAndIsAppliedWithItsAddressType) {
   }
   // Rows sharing an ID (the earlier wins), and IDs no row has: the memory
   // type matters for this maker's rows.
-  const struct { uint8_t id[3]; int index; } lookups[] = {
+  const struct {
+    uint8_t id[3];
+    int index;
+  } lookups[] = {
       {{0x1F, 0x46, 0x02}, 45}, {{0x1F, 0x84, 0x01}, 39}, {{0x9D, 0x46, 0x00}, -1}, {{0xC2, 0x21, 0x18}, -1}};
   for (const auto& l : lookups) EXPECT_EQ(FLASHDB_FindById(IdWord(l.id)), l.index);
   FlashParams p{};
@@ -114,7 +117,7 @@ TEST(ChipTable, EveryRowIsConsistent) {
     EXPECT_TRUE(knownSet);
     EXPECT_LT(FLASHDB_Entry4ByteType(e), 4u);
     EXPECT_LE(FLASHDB_EntryChipClass(e), FLASHPARAMS_CLASS_PAGE_BASED);  // the highest class the command layer knows
-    EXPECT_LE(FLASHDB_EntrySizeShift(e), 31u);  // fits the 32-bit address space
+    EXPECT_LE(FLASHDB_EntrySizeShift(e), 31u);                           // fits the 32-bit address space
     EXPECT_LE(FLASHDB_EntrySectorSizeShift(e), FLASHDB_EntrySizeShift(e));
     EXPECT_LE(FLASHDB_EntryPageSizeShift(e), FLASHDB_EntrySectorSizeShift(e));
     EXPECT_EQ(e.Id >> 31, 0u);  // no flag bits above the page-size field

@@ -31,7 +31,8 @@ TEST(FlashOps, MarkedSectorsAndTheirRuns) {
   };
   const Case cases[] = {
       {{{0x0FFF, 1}, {0x2800, 0x2000}, {0x7000, 0x1000}, {0x9000, 0x10}, {0x9F00, 0x10}, {0xF000, 0x2000}},
-       12, 7,
+       12,
+       7,
        {1, 0, 1, 1, 1, 0, 0, 1, 0, 1, 0, 0, 0, 0, 0, 1},
        {{0, 0}, {2, 4}, {7, 7}, {9, 9}, {15, 15}}},
       {{{0, 0x3000}}, 12, 3, {1, 1, 1}, {{0, 2}}},
@@ -46,15 +47,19 @@ TEST(FlashOps, MarkedSectorsAndTheirRuns) {
     EXPECT_EQ(flags, c.flags);
     std::vector<Span> runs;
     uint32_t index = 0, first = 0, last = 0;
-    while (FLASH_NextRun(flags.data(), (uint32_t)flags.size(), &index, &first, &last))
-      runs.push_back({first, last});
+    while (FLASH_NextRun(flags.data(), (uint32_t)flags.size(), &index, &first, &last)) runs.push_back({first, last});
     EXPECT_EQ(runs, c.runs);
     EXPECT_EQ(FLASH_CountRuns(flags.data(), (uint32_t)flags.size()), c.runs.size());
   }
 }
 
 TEST(FlashOps, FitCheckNamesTheFirstRangeOutsideTheChip) {
-  struct Case { std::vector<Span> ranges; uint64_t chip; int result; uint32_t first, last; };
+  struct Case {
+    std::vector<Span> ranges;
+    uint64_t chip;
+    int result;
+    uint32_t first, last;
+  };
   const Case cases[] = {
       {{{0, 0x1000}}, 0x1000, 0, 0, 0},
       {{{0, 0x10}, {0xFF0, 0x20}}, 0x1000, 1, 0xFF0, 0x100F},  // straddles the end

@@ -64,7 +64,7 @@ TEST(Seq, WholeSequenceLogsClampsBranchesAndTransfers) {
       Step(SEQ_ACTION_VAR_VERIFY_BYTE, 6, 0x00),
       Step(SEQ_ACTION_VAR_BEQ, 6, 300),  // 16: not taken
       Step(SEQ_ACTION_VAR_BNE, 7, 255),  // not taken
-      Step(77, 1, 1),  // no such action: skipped
+      Step(77, 1, 1),                    // no such action: skipped
       Step(SEQ_ACTION_VAR_OR, 15, 0xFF),
       Step(SEQ_ACTION_VAR_VERIFY_BYTE, 40, 0x1FF),
       Step(SEQ_ACTION_VAR_WRITE_DATA, 1, 2),
@@ -124,10 +124,13 @@ TEST(Seq, WholeSequenceLogsClampsBranchesAndTransfers) {
 
 // Reading may fill the buffer to its end; writing must leave the last byte.
 TEST(Seq, BufferLimitsOfReadingAndWriting) {
-  const struct { uint32_t action, offset, count; bool ok; } cases[] = {
-      {SEQ_ACTION_VAR_READ_DATA, 8, 8, true},   {SEQ_ACTION_VAR_WRITE_DATA, 8, 8, false},
-      {SEQ_ACTION_VAR_WRITE_DATA, 8, 7, true},  {SEQ_ACTION_VAR_READ_DATA, 15, 2, false},
-      {SEQ_ACTION_VAR_READ_DATA, 0, 99, true},  {SEQ_ACTION_VAR_WRITE_DATA, 0, 16, false},
+  const struct {
+    uint32_t action, offset, count;
+    bool ok;
+  } cases[] = {
+      {SEQ_ACTION_VAR_READ_DATA, 8, 8, true},  {SEQ_ACTION_VAR_WRITE_DATA, 8, 8, false},
+      {SEQ_ACTION_VAR_WRITE_DATA, 8, 7, true}, {SEQ_ACTION_VAR_READ_DATA, 15, 2, false},
+      {SEQ_ACTION_VAR_READ_DATA, 0, 99, true}, {SEQ_ACTION_VAR_WRITE_DATA, 0, 16, false},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.action << " " << c.offset << " " << c.count);
