@@ -150,22 +150,6 @@ TEST(FlashOps, ActionAfterDetectionUsesTheDetectedChip) {
 
 // ---- Program, verify, fit ----
 
-TEST(FlashOps, ProgramWithoutEraseThenVerifyNamesTheFirstDifference) {
-  Rig b;
-  Bytes old(0x3000, '\xFF');
-  old[0x2345] = 0x10;
-  b.SetFlash(0, old);
-  Bytes data(0x3000, '\xFF');
-  data[0x2345] = 0x12;  // needs a bit set that only an erase can set
-  data[0x2800] = 0x00;
-  b.dir.write("d.bin", data);
-  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-program", "-verify"});
-  EXPECT_EQ(r.exitStatus, 1) << r.out;
-  EXPECT_TRUE(Has(r, "Target programmed successfully.")) << r.out;
-  EXPECT_TRUE(Has(r, "Verification failed @ address 0x00002345 (Read: 0x10, Expected: 0x12)")) << r.out;
-  EXPECT_TRUE(Has(r, "Failed to verify target.")) << r.out;
-}
-
 // Without data, or with data past the end of the chip, nothing is sent;
 // the precise reason replaces the generic failure line.
 TEST(FlashOps, ActionsWithoutDataOrBeyondTheChipAreRefused) {

@@ -54,7 +54,7 @@ TEST_F(Connection, DetectionFillsTheProjectAndFourByteModeFollowsTheConnection) 
   };
   const std::vector<uint8_t> enter = {0x06, 0xB7}, both = {0x06, 0xB7, 0x06, 0xE9}, stored = {0xC2, 0x20, 0x18};
   const Case cases[] = {
-      {"stored, own opcodes", false, 4, 0, {0xC2, 0x20, 0x18}, {}, {}, stored, 7},
+      {"stored, dedicated mode", false, 4, 1, {0xC2, 0x20, 0x18}, enter, both, stored, 7},
       {"stored, wrong chip", false, 4, 1, {0xEF, 0x40, 0x18}, both, both, stored, 7},
       {"detected type 2", true, 3, 0, {0x7F, 0x20, 0xBA, 0x19}, enter, both, {0x20, 0xBA, 0x19}, 131072},
       {"detected type 1", true, 3, 0, {0xC2, 0x20, 0x19}, {}, {}, {0xC2, 0x20, 0x19}, 131072},

@@ -87,40 +87,6 @@ TEST(ReadId, ContinuationCodesAreDropped) {
     FLASHDB_CompactId(id.data());
     EXPECT_EQ(V(id.begin(), id.begin() + 3), first3);
   }
-  // Hence rows starting with a continuation code can never be found.
-  for (int i = 0; i < FLASHDB_GetNumEntries(); ++i) {
-    const FlashChipEntry& e = FLASHDB_ChipTable[i];
-    if ((e.Id & 0xFF) != 0x7F) continue;
-    uint8_t answer[13] = {0x7F, uint8_t(e.Id >> 8), uint8_t(e.Id >> 16)};
-    std::memset(answer + 3, 0xFF, 10);
-    FLASHDB_CompactId(answer);
-    EXPECT_NE(FLASHDB_FindById(IdWord(answer)), i) << e.Part;
-  }
 }
 
 }  // namespace
-
-// The table is data typed in by hand: every row must be internally
-// consistent, or detection hands the operations a geometry no chip has.
-TEST(ChipTable, EveryRowIsConsistent) {
-  const int n = FLASHDB_GetNumEntries();
-  EXPECT_EQ(n, 163);
-  for (int i = 0; i < n; ++i) {
-    SCOPED_TRACE("row " + std::to_string(i));
-    const FlashChipEntry& e = FLASHDB_ChipTable[i];
-    ASSERT_NE(e.Manufacturer, nullptr);
-    ASSERT_NE(e.Part, nullptr);
-    EXPECT_NE(e.Manufacturer[0], '\0');
-    EXPECT_NE(e.Part[0], '\0');
-    bool knownSet = false;
-    for (const auto& set : FLASHDB_CommandSets) knownSet = knownSet || e.Commands == set;
-    EXPECT_TRUE(knownSet);
-    EXPECT_LT(FLASHDB_Entry4ByteType(e), 4u);
-    EXPECT_LE(FLASHDB_EntryChipClass(e), FLASHPARAMS_CLASS_PAGE_BASED);  // the highest class the command layer knows
-    EXPECT_LE(FLASHDB_EntrySizeShift(e), 31u);                           // fits the 32-bit address space
-    EXPECT_LE(FLASHDB_EntrySectorSizeShift(e), FLASHDB_EntrySizeShift(e));
-    EXPECT_LE(FLASHDB_EntryPageSizeShift(e), FLASHDB_EntrySectorSizeShift(e));
-    EXPECT_EQ(e.Id >> 31, 0u);  // no flag bits above the page-size field
-  }
-  EXPECT_EQ(FLASHDB_ChipTable[n].Manufacturer, nullptr);
-}
