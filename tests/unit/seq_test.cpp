@@ -32,14 +32,6 @@ void SetInit(const std::vector<SeqStep>& steps) {
   seq.NumInitSteps = static_cast<uint32_t>(steps.size());
 }
 
-// Project files name actions by display name, in any letter case.
-TEST(SeqActions, FoundByDisplayNameOnly) {
-  EXPECT_EQ(SEQ_FindAction("Var Verify Byte"), static_cast<int>(SEQ_ACTION_VAR_VERIFY_BYTE));
-  EXPECT_EQ(SEQ_FindAction("write data"), static_cast<int>(SEQ_ACTION_WRITE_DATA));
-  EXPECT_EQ(SEQ_FindAction("WriteData"), -1);
-  EXPECT_EQ(SEQ_FindAction(nullptr), -1);
-}
-
 // One sequence through every kind of step. A branch that goes the wrong way
 // either runs a failing check or ends the sequence early at its target 255.
 TEST(Seq, WholeSequenceLogsClampsBranchesAndTransfers) {
