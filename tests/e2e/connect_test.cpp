@@ -1,313 +1,279 @@
-// Connecting to the probe end to end: chip detection and ID verification,
-// 4-byte address mode, the init sequence, and every way a connection can
-// fail, against the simulated probe and chip.
+// Connecting to the probe end to end: the project's connection settings,
+// chip detection and ID verification, the init and exit sequences (Ctrl-C in
+// them included), every way a connection can fail, and the simulated chip's
+// own safety: one run at a time, and contents that are never lost silently.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include <cstdio>
+#include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
-#include "tests/e2e/run_program.h"
+#include "tests/e2e/sim_rig.h"
 
 namespace {
 
-constexpr const char* kSerial = "123456";
+using namespace std::chrono_literals;
 
-struct Rig {
-  TempDir dir;
-  std::string chip = "C22018";
-
-  // [FLASH]/[SPI] lines, init steps and production lines of the project.
-  void WriteProject(const std::string& flash, const std::string& spi = "",
-                    const std::string& cpu = "", const std::string& production = "") {
-    dir.write("board.pellam", "[FLASH]\r\n" + flash + "[SPI]\r\n" + spi + "[CPU]\r\n" + cpu +
-                                  "[PRODUCTION]\r\n" + production);
-  }
-
-  Rig() { WriteProject("  AutoDetect = 1\r\n"); }
-
-  RunResult Run(std::vector<std::string> args, std::vector<std::string> env = {}) {
-    std::remove(dir.file("trace.txt").c_str());
-    args.insert(args.begin(), {"-openprj", dir.file("board.pellam")});
-    std::vector<std::string> e = {"TARLOSIM_CHIP=" + chip,
-                                  "TARLOSIM_FLASH=" + dir.file("flash.bin"),
-                                  "TARLOSIM_TRACE=" + dir.file("trace.txt"),
-                                  "HOME=" + dir.path(),
-                                  std::string("TARLOSIM_SN=") + kSerial,
-                                  "TARLOSIM_FAULT", "TARLOSIM_TIMING", "TARLOSIM_SIZE",
-                                  "TARLOSIM_VTARGET"};
-    e.insert(e.end(), env.begin(), env.end());
-    RunResult r = RunProgram(args, dir.path(), e, 60);
-    r.out = StripCR(r.out);
-    return r;
-  }
-
-  // Chip-select frames of the last run, event lines left out.
-  std::vector<Frame> Frames() const { return ParseTraceFrames(dir.read("trace.txt")); }
-
-  // Frames of exactly one byte, in order (command-only frames).
-  std::vector<uint8_t> SingleByteFrames() const {
-    std::vector<uint8_t> r;
-    for (const Frame& f : Frames()) {
-      if (f.size() == 1) r.push_back(f[0]);
-    }
-    return r;
-  }
-};
-
-// ---- Identity ----
-
-TEST(Connect, DetectsAChipOfEveryCommandSetAndAddressType) {
-  struct Case {
-    const char* chip;
-    const char* idLine;
-    const char* found;  // null: not in the table
-  };
-  const Case cases[] = {
-      {"C22018", "Read SPI Flash Id = 0xC2 20 18", "Found SPI Flash: Macronix MX25L12873F"},
-      {"C22019", "Read SPI Flash Id = 0xC2 20 19", "Found SPI Flash: Macronix MX25L25735F"},
-      {"EF4018", "Read SPI Flash Id = 0xEF 40 18", "Found SPI Flash: Spansion S25FL128K"},
-      {"20BA18", "Read SPI Flash Id = 0x20 BA 18", "Found SPI Flash: Micron N25Q128A"},
-      {"1F2600", "Read SPI Flash Id = 0x1F 26 00", "Found SPI Flash: Adesto AT25PE16"},
-      {"BF2643", "Read SPI Flash Id = 0xBF 26 43", "Found SPI Flash: Microchip SST26VF064B"},
-      {"042503", "Read SPI Flash Id = 0x04 25 03", "Found SPI Flash: Fujitsu MB85RS256TY"},
-      // The continuation code is dropped, so the 7F 9D 46 row never matches.
-      {"7F9D46", "Read SPI Flash Id = 0x9D 46 ", nullptr},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.chip);
-    Rig rig;
-    rig.chip = c.chip;
-    RunResult r = rig.Run({"-connect"});
-    EXPECT_TRUE(Has(r, c.idLine)) << r.out;
-    if (c.found != nullptr) {
-      EXPECT_EQ(r.exitStatus, 0) << r.out;
-      EXPECT_TRUE(Has(r, c.found)) << r.out;
-      EXPECT_TRUE(Has(r, "Connected successfully")) << r.out;
-    } else {
-      EXPECT_EQ(r.exitStatus, 1) << r.out;
-      EXPECT_TRUE(Has(r, "ERROR: Failed to auto-detect SPI Flash.")) << r.out;
-      EXPECT_FALSE(Has(r, "Found SPI Flash")) << r.out;
-      EXPECT_FALSE(Has(r, "Connected successfully")) << r.out;
-    }
-    // The ID is always read with 0x9F, and reset is held while connected.
-    const std::vector<Frame> frames = rig.Frames();
-    ASSERT_FALSE(frames.empty());
-    EXPECT_EQ(frames[0][0], 0x9F);
-  }
+// Two probes, S/N 111 and 222; the probe's call log goes to probe.log.
+RunResult Connect(Rig& rig, std::vector<std::string> args, std::vector<std::string> env = {}) {
+  args.insert(args.begin(), {"-tarlolog", rig.dir.file("probe.log")});
+  env.insert(env.begin(), "TARLOSIM_SN=111,222");
+  return rig.Run(args, env, 60);
 }
 
-TEST(Connect, DetectionPicksTheChipsOwnFourByteCommands) {
-  // Detected as a chip with its own 4-byte opcodes: reading uses 0x13 and
-  // four address bytes, and no mode switch is sent.
-  Rig rig;
-  rig.chip = "C22019";
-  RunResult r = rig.Run({"-readrange0x1000000,0x100000F"});
-  EXPECT_EQ(r.exitStatus, 0) << r.out;
-  bool sawRead = false;
-  for (const Frame& f : rig.Frames()) {
-    if (!f.empty() && f[0] == 0x13) {
-      sawRead = true;
-      ASSERT_GE(f.size(), 5u);
-      EXPECT_EQ(f[1], 0x01);  // the address needs its fourth byte
-    }
-    EXPECT_FALSE(f.size() == 1 && (f[0] == 0xB7 || f[0] == 0xE9));
-  }
-  EXPECT_TRUE(sawRead);
-}
+// ---- Probe selection and connection faults ----
 
-TEST(Connect, VerifiesTheStoredIdWhenNotDetecting) {
-  Rig rig;
-  rig.WriteProject("  AutoDetect = 0\r\n  abID[3] = 0xC2,0x20,0x18\r\n"
-                   "  NumPages = 0x00010000\r\n  PageSizeShift = 8\r\n  SectorSizeShift = 16\r\n");
-  RunResult ok = rig.Run({"-connect"});
-  EXPECT_EQ(ok.exitStatus, 0) << ok.out;
-  EXPECT_TRUE(Has(ok, "Read SPI Flash Id = 0xC2 20 18 (Verified)")) << ok.out;
-  EXPECT_FALSE(Has(ok, "Found SPI Flash")) << ok.out;
-
-  rig.chip = "EF4018";
-  RunResult bad = rig.Run({"-connect"});
-  EXPECT_EQ(bad.exitStatus, 1) << bad.out;
-  EXPECT_TRUE(Has(bad, "Read SPI Flash Id = 0xEF 40 18 (Failed)")) << bad.out;
-  EXPECT_TRUE(Has(bad, "ERROR: Failed to verify Flash Id")) << bad.out;
-  EXPECT_FALSE(Has(bad, "Connected successfully")) << bad.out;
-  // The chip stays unnamed; its stored ID is not replaced either.
-  EXPECT_FALSE(Has(bad, "Found SPI Flash")) << bad.out;
-}
-
-TEST(Connect, ContinuationCodesAreSkippedWhenVerifying) {
-  Rig rig;
-  rig.chip = "7F9D46";
-  RunResult probe = rig.Run({"-connect"});
-  // Learn the chip's third ID byte from the detection line.
-  const std::string key = "Read SPI Flash Id = 0x9D 46 ";
-  const size_t at = probe.out.find(key);
-  ASSERT_NE(at, std::string::npos) << probe.out;
-  const std::string third = probe.out.substr(at + key.size(), 2);
-  rig.WriteProject("  AutoDetect = 0\r\n  abID[3] = 0x9D,0x46,0x" + third + "\r\n"
-                   "  NumPages = 0x00004000\r\n  PageSizeShift = 8\r\n  SectorSizeShift = 16\r\n");
-  RunResult r = rig.Run({"-connect"});
-  EXPECT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_TRUE(Has(r, key + third + " (Verified)")) << r.out;
-}
-
-// ---- 4-byte address mode ----
-
-TEST(Connect, DedicatedFourByteModeIsEnteredOnConnectAndLeftOnClose) {
-  const std::string flash =
-      "  AutoDetect = 0\r\n  abID[3] = 0xC2,0x20,0x19\r\n"
-      "  NumPages = 0x00020000\r\n  PageSizeShift = 8\r\n  SectorSizeShift = 16\r\n";
-  Rig rig;
-  rig.chip = "C22019";
-  rig.WriteProject(flash, "  NumAddrBytes = 0x04\r\n  Dedicated4BAddrMode = 0x01\r\n");
-  RunResult r = rig.Run({"-connect", "-disconnect"});
-  EXPECT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_TRUE(Has(r, "Disconnected")) << r.out;
-  EXPECT_EQ(rig.SingleByteFrames(), (std::vector<uint8_t>{0x06, 0xB7, 0x06, 0xE9}));
-
-  // Four address bytes without the dedicated mode: no switching at all.
-  rig.WriteProject(flash, "  NumAddrBytes = 0x04\r\n  Dedicated4BAddrMode = 0x00\r\n");
-  r = rig.Run({"-connect", "-disconnect"});
-  EXPECT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_TRUE(rig.SingleByteFrames().empty());
-}
-
-// ---- Connection state ----
-
-TEST(Connect, SecondConnectDoesNothing) {
-  Rig rig;
-  RunResult r = rig.Run({"-connect", "-connect"});
-  EXPECT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_EQ(Count(r.out, "Connecting ..."), 1u) << r.out;
-  EXPECT_EQ(Count(r.out, "Connected successfully"), 1u) << r.out;
-  EXPECT_EQ(Count(r.out, "Read SPI Flash Id"), 1u) << r.out;
-}
-
-TEST(Connect, TargetVoltageIsReported) {
-  Rig rig;
-  RunResult r = rig.Run({"-connect"}, {"TARLOSIM_VTARGET=1800"});
-  EXPECT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_TRUE(Has(r, "VTarget = 1.800V")) << r.out;
-}
-
-// ---- Faults ----
-
-TEST(Connect, FaultsFailWithTheirMessage) {
+TEST(Connect, ProjectSettingsChooseTheProbeAndFaultsFailWithTheirMessage) {
+  const char* host = "[GENERAL]\n  ConnectMode = 2\n  HostName = \"lab-7\"\n";
   struct Case {
     const char* name;
-    std::vector<std::string> env;
-    std::vector<std::string> args;
-    const char* message;
+    bool ok;
+    std::string project;  // after [FLASH] AutoDetect = 1
+    std::vector<std::string> env, args;
+    std::vector<std::string> lines;
+    const char* call;    // in the probe's call log
+    const char* opened;  // the serial number the trace names at the open; null: none
   };
   const Case cases[] = {
-      {"no probe", {"TARLOSIM_SN="}, {"-connect"}, "ERROR: "},
-      {"unknown serial", {}, {"-select", "USB=999", "-connect"},
-       "ERROR: Tarlo with SN 999 not found.\nCheck the project settings and your connected Tarlo."},
-      {"no SPI", {"TARLOSIM_FAULT=no-spi"}, {"-connect"},
-       "ERROR: The connected probe (S/N 123456) does not support the SPI interface"},
-      {"no power", {"TARLOSIM_VTARGET=0"}, {"-connect"}, "ERROR: Target system has no power"},
-      {"low power", {"TARLOSIM_VTARGET=999"}, {"-connect"}, "ERROR: Target system has no power"},
+      {"serial number", true, "[GENERAL]\n  ConnectMode = 1\n  USBSerialNo = 0x000000DE\n", {"TARLOSIM_VTARGET=1800"},
+       {"-connect", "-connect"},  // the second does nothing
+       {"Connecting via USB to Tarlo with SN 222", "VTarget = 1.800V"}, "TARLOARM_EMU_SelectByUSBSN(222) returns 0",
+       "222"},
+      {"USB index", true, "[GENERAL]\n  USBPort = 1\n", {}, {"-connect"}, {"Connecting via USB to Tarlo device 1"},
+       "TARLOARM_SelectUSB(1)", "222"},
+      {"host name", true, host, {}, {"-connect"}, {"Connecting via TCP/IP to lab-7"},
+       "TARLOARM_SelectIP(\"lab-7\", 0)", "111"},
+      {"command line over project", true, host, {}, {"-select", "USB=111", "-connect"},
+       {"Connecting via USB to Tarlo with SN 111"}, "TARLOARM_EMU_SelectByUSBSN(111) returns 0", "111"},
+      {"after a failed connect", true, "", {}, {"-select", "USB=999", "-connect", "-select", "USB=222", "-connect"},
+       {"ERROR: Tarlo with SN 999 not found.\nCheck the project settings and your connected Tarlo."},
+       "TARLOARM_EMU_SelectByUSBSN(222) returns 0", "222"},
+      {"target powered by the probe", true, "[PRODUCTION]\n  EnableTargetPower = 1\n  TargetPowerDelay = 0x00000000\n",
+       {"TARLOSIM_VTARGET=0"}, {"-connect"}, {"VTarget = 3.300V"},
+       "TARLOARM_ExecCommand(\"SupplyPower = 1\") returns 0", "111"},
+      {"unknown serial number", false, "[GENERAL]\n  ConnectMode = 1\n  USBSerialNo = 0x00000100\n", {}, {"-connect"},
+       {"ERROR: Tarlo with SN 256 not found."}, "TARLOARM_EMU_SelectByUSBSN(256) returns -1", nullptr},
+      {"unreachable host", false, host, {"TARLOSIM_FAULT=ip-unreachable"}, {"-connect"},
+       {"ERROR: Cannot connect to the probe at \"lab-7\": host unreachable."}, "TARLOARM_SelectIP", nullptr},
+      {"no probe", false, "", {"TARLOSIM_SN="}, {"-connect"},
+       {"ERROR: Cannot connect to the probe: no probe found on USB."},
+       "TARLOARM_OpenEx", nullptr},
+      {"no SPI", false, "", {"TARLOSIM_FAULT=no-spi"}, {"-connect"},
+       {"ERROR: The connected probe (S/N 111) does not support the SPI interface"}, "TARLOARM_Close()", "111"},
+      {"no power", false, "", {"TARLOSIM_VTARGET=0"}, {"-connect"}, {"ERROR: Target system has no power"}, "", "111"},
+      {"low power", false, "", {"TARLOSIM_VTARGET=999"}, {"-connect"}, {"ERROR: Target system has no power"}, "",
+       "111"},
+      {"bad simulator setting", false, "", {"TARLOSIM_FAULT=erase-timout"}, {"-connect"},
+       {"ERROR: Bad simulator setting TARLOSIM_FAULT=\"erase-timout\": unknown fault \"erase-timout\""}, "", nullptr},
+      // A FIFO must not hang the run either.
+      {"contents file a folder", false, "", {"TARLOSIM_FLASH=folder"}, {"-connect"},
+       {"ERROR: Cannot read the flash contents file folder: Is a directory"}, "", nullptr},
+      {"contents file a FIFO", false, "", {"TARLOSIM_FLASH=fifo"}, {"-connect"},
+       {"ERROR: Cannot read the flash contents file fifo: not a regular file"}, "", nullptr},
+      {"contents folder a file", false, "", {"TARLOSIM_FLASH=file/flash.bin"}, {"-connect"},
+       {"ERROR: Cannot read the flash contents file file/flash.bin: Not a directory"}, "", nullptr},
+      {"contents file a dangling link", false, "", {"TARLOSIM_FLASH=link"}, {"-connect"},
+       {"ERROR: Cannot create the flash contents file link: it is a link to a missing file"}, "", nullptr},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     Rig rig;
-    RunResult r = rig.Run(c.args, c.env);
-    EXPECT_EQ(r.exitStatus, 1) << r.out;
-    EXPECT_TRUE(Has(r, c.message)) << r.out;
-    EXPECT_FALSE(Has(r, "Connected successfully")) << r.out;
-    EXPECT_FALSE(Has(r, "Read SPI Flash Id")) << r.out;
+    rig.project = "[FLASH]\n  AutoDetect = 1\n" + c.project;
+    ASSERT_EQ(mkdir(rig.dir.file("folder").c_str(), 0755), 0);
+    ASSERT_EQ(mkfifo(rig.dir.file("fifo").c_str(), 0644), 0);
+    ASSERT_EQ(symlink("missing", rig.dir.file("link").c_str()), 0);
+    rig.dir.write("file", "x");
+    RunResult r = Connect(rig, c.args, c.env);
+    const bool ok = c.ok;
+    EXPECT_EQ(r.exitStatus, ok ? 0 : 1) << r.out;
+    for (const std::string& line : c.lines) EXPECT_TRUE(Has(r, line)) << line << "\n" << r.out;
+    EXPECT_EQ(Count(r.out, "Connected successfully"), ok ? 1u : 0u) << r.out;
+    EXPECT_EQ(Count(r.out, "Read SPI Flash Id"), ok ? 1u : 0u) << r.out;
+    EXPECT_NE(rig.dir.read("probe.log").find(c.call), std::string::npos) << c.call;
+    const std::string trace = rig.dir.read("trace.txt");
+    EXPECT_EQ(trace.find("# open probe S/N"), c.opened ? trace.find(std::string("# open probe S/N ") + c.opened + "\n")
+                                                       : std::string::npos) << trace;
   }
 }
 
-TEST(Connect, AfterAFailedConnectTheNextOneWorks) {
-  Rig rig;
-  RunResult r = rig.Run({"-select", "USB=999", "-connect", "-select", std::string("USB=") + kSerial,
-                         "-connect"});
-  EXPECT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_TRUE(Has(r, "Tarlo with SN 999 not found.")) << r.out;
-  EXPECT_EQ(Count(r.out, "Connected successfully"), 1u) << r.out;
+// ---- Identity ----
+
+// Detection names the chip of every command set and address type; a stored
+// ID is only compared, continuation codes left out.
+TEST(Connect, DetectsOrVerifiesTheChip) {
+  struct Case {
+    const char* chip;
+    const char* abID;  // null: detect
+    const char* idLine;
+    const char* result;  // null: failed
+  };
+  const Case cases[] = {
+      {"C22018", nullptr, "Read SPI Flash Id = 0xC2 20 18\n", "Found SPI Flash: Macronix MX25L12873F"},
+      {"C22019", nullptr, "Read SPI Flash Id = 0xC2 20 19\n", "Found SPI Flash: Macronix MX25L25735F"},
+      {"20BA18", nullptr, "Read SPI Flash Id = 0x20 BA 18\n", "Found SPI Flash: Micron N25Q128A"},
+      {"BF2643", nullptr, "Read SPI Flash Id = 0xBF 26 43\n", "Found SPI Flash: Microchip SST26VF064B"},
+      // The continuation code is dropped, so the 7F 9D 46 row never matches.
+      {"7F9D46", nullptr, "Read SPI Flash Id = 0x9D 46 FF\n", nullptr},
+      {"7F9D46", "0x9D,0x46,0xFF", "Read SPI Flash Id = 0x9D 46 FF (Verified)", "Connected successfully"},
+      {"C22018", "0xC2,0x20,0x18", "Read SPI Flash Id = 0xC2 20 18 (Verified)", "Connected successfully"},
+      {"EF4018", "0xC2,0x20,0x18", "Read SPI Flash Id = 0xEF 40 18 (Failed)", nullptr},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.chip) + (c.abID ? " verified" : " detected"));
+    Rig rig;
+    rig.chip = c.chip;
+    rig.project = c.abID ? std::string("[FLASH]\n  AutoDetect = 0\n  abID[3] = ") + c.abID + "\n"
+                         : "[FLASH]\n  AutoDetect = 1\n";
+    RunResult r = rig.Run({"-connect"});
+    EXPECT_EQ(r.exitStatus, c.result ? 0 : 1) << r.out;
+    EXPECT_TRUE(Has(r, c.idLine)) << r.out;
+    EXPECT_EQ(Has(r, "Connected successfully"), c.result != nullptr) << r.out;
+    EXPECT_EQ(Has(r, "Found SPI Flash"), c.result && !c.abID) << r.out;
+    const char* failure = c.abID ? "ERROR: Failed to verify Flash Id" : "ERROR: Failed to auto-detect SPI Flash.";
+    EXPECT_TRUE(Has(r, c.result ? c.result : failure)) << r.out;
+    // The ID is always read with 0x9F.
+    EXPECT_EQ(rig.FramesWith(0x9F).size(), 1u);
+  }
 }
 
-TEST(Connect, ProbePowersTheTargetWhenAsked) {
-  Rig rig;
-  rig.WriteProject("  AutoDetect = 1\r\n", "", "",
-                   "  EnableTargetPower = 1\r\n  TargetPowerDelay = 0x00000000\r\n");
-  RunResult r = rig.Run({"-connect", "-disconnect"}, {"TARLOSIM_VTARGET=0"});
-  EXPECT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_TRUE(Has(r, "Connected successfully")) << r.out;
+// ---- Init and exit sequences ----
+
+std::string Steps(const char* list, std::vector<std::vector<std::string>> steps) {
+  std::string text = "[CPU]\n  Num" + std::string(list) + "Steps = " + std::to_string(steps.size()) + "\n";
+  for (size_t i = 0; i < steps.size(); i++) {
+    const std::string key = "  " + std::string(list) + "Step" + std::to_string(i) + "_";
+    text += key + "Action = \"" + steps[i][0] + "\"\n";
+    for (size_t v = 1; v < steps[i].size(); v++) text += key + steps[i][v] + "\n";
+  }
+  return text;
 }
 
-// ---- Init sequence ----
-
+// The sequence runs once the connect has ended. A failing step is shown,
+// but the connection stays and the exit status is that of the last action.
 TEST(Connect, InitSequenceDrivesChipSelectAndTheVariableBuffer) {
   Rig rig;
-  rig.WriteProject("  AutoDetect = 1\r\n", "",
-                   "  NumInitSteps = 6\r\n"
-                   "  InitStep0_Action = \"Activate CS\"\r\n"
-                   "  InitStep1_Action = \"Write Data\"\r\n"
-                   "  InitStep1_Value0 = 0x00000001\r\n"
-                   "  InitStep1_Value1[1] = 0x9F\r\n"
-                   "  InitStep2_Action = \"Var Read Data\"\r\n"
-                   "  InitStep2_Value0 = 0x00000004\r\n"
-                   "  InitStep2_Value1 = 0x00000003\r\n"
-                   "  InitStep3_Action = \"Deactivate CS\"\r\n"
-                   "  InitStep4_Action = \"Var Verify Byte\"\r\n"
-                   "  InitStep4_Value0 = 0x00000005\r\n"
-                   "  InitStep4_Value1 = 0x00000020\r\n"
-                   "  InitStep5_Action = \"Comment\"\r\n"
-                   "  InitStep5_Comment = \"chip answered\"\r\n");
-  RunResult r = rig.Run({"-connect"});
+  rig.project = "[FLASH]\n  AutoDetect = 1\n" +
+                Steps("Init", {{"Activate CS"},
+                               {"Write Data", "Value0 = 0x00000001", "Value1[1] = 0x9F"},
+                               {"Var Read Data", "Value0 = 0x00000004", "Value1 = 0x00000003"},
+                               {"Deactivate CS"},
+                               {"Var Verify Byte", "Value0 = 0x00000005", "Value1 = 0x00000020"},
+                               {"Comment", "Comment = \"chip answered\""},
+                               {"Var Verify Byte", "Value0 = 0x00000002", "Value1 = 0x00000055"}});
+  RunResult r = rig.Run({"-connect", "-readrange0x0,0xFF"});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
-  const char* lines[] = {
-      "Executing init sequence ...",
-      "Executing Activate CS ()",
-      "Executing Write Data - 0x9F",
-      "Executing Var Read Data (4, 3)",
-      "Read Data - 0xC2, 0x20, 0x18",
-      "Executing Deactivate CS ()",
-      "Executing Var Verify Byte (5, 0x20)",
-      "Verifying...O.K.",
-      "//\n   // chip answered\n   //",
-      "Executed successfully",
-  };
-  size_t from = 0;
-  for (const char* line : lines) {
-    const size_t at = r.out.find(line, from);
-    EXPECT_NE(at, std::string::npos) << line << "\n" << r.out;
-    if (at != std::string::npos) from = at;
+  size_t from = r.out.find("Connected successfully");
+  for (const char* line : {"Executing init sequence ...", "Executing Write Data - 0x9F",
+                           "Read Data - 0xC2, 0x20, 0x18", "Verifying...O.K.", "//\n   // chip answered\n   //",
+                           "ERROR: Verification failed @ VarBufferIndex 2: Expected: 0x55, Found: 0x00",
+                           "Failed to connect.\nCould not perform custom init sequence.",
+                           "Target memory read successfully."}) {
+    from = r.out.find(line, from);
+    ASSERT_NE(from, std::string::npos) << line << "\n" << r.out;
   }
+  EXPECT_FALSE(Has(r, "Executed successfully")) << r.out;
+  EXPECT_EQ(Count(r.out, "Connecting ..."), 1u) << r.out;
   // The sequence's own frame, between its chip-select steps.
-  bool sawFrame = false;
-  for (const Frame& f : rig.Frames()) {
-    if (!f.empty() && f[0] == 0x9F && f.size() < 14) sawFrame = true;
-  }
-  EXPECT_TRUE(sawFrame);
+  EXPECT_EQ(rig.FramesWith(0x9F).back(), (Frame{0x9F, 0xFF, 0xFF, 0xFF}));
 }
 
-TEST(Connect, FailingInitSequenceIsShownButTheConnectionStays) {
-  Rig rig;
-  rig.WriteProject("  AutoDetect = 1\r\n", "",
-                   "  NumInitSteps = 2\r\n"
-                   "  InitStep0_Action = \"Var XOR\"\r\n"
-                   "  InitStep0_Value0 = 0x00000002\r\n"
-                   "  InitStep0_Value1 = 0x00000000\r\n"
-                   "  InitStep1_Action = \"Var Verify Byte\"\r\n"
-                   "  InitStep1_Value0 = 0x00000002\r\n"
-                   "  InitStep1_Value1 = 0x00000055\r\n");
-  RunResult r = rig.Run({"-connect"});
-  EXPECT_TRUE(Has(r, "Connected successfully")) << r.out;
-  EXPECT_TRUE(Has(r, "ERROR: Verification failed @ VarBufferIndex 2: Expected: 0x55, Found: 0x00"))
-      << r.out;
-  EXPECT_TRUE(Has(r, "Failed to connect.\n")) << r.out;
-  EXPECT_TRUE(Has(r, "Could not perform custom init sequence.")) << r.out;
-  EXPECT_FALSE(Has(r, "Executed successfully")) << r.out;
-  // Information only: the exit status is that of the connect itself.
-  EXPECT_EQ(r.exitStatus, 0) << r.out;
+// A branch back to itself loops until Ctrl-C; the sequence then ends as
+// failed and the run goes on with the next action.
+TEST(Connect, CtrlCEndsAnEndlessSequence) {
+  const std::vector<std::vector<std::string>> loop = {{"Var OR", "Value0 = 0x00000003", "Value1 = 0x00000001"},
+                                                      {"Var BNE", "Value0 = 0x00000003", "Value1 = 0x00000001"}};
+  for (const char* list : {"Init", "Exit"}) {
+    SCOPED_TRACE(list);
+    Rig rig;
+    rig.project = "[FLASH]\n  AutoDetect = 1\n" + Steps(list, loop);
+    rig.dir.write("d.bin", Pattern(0x1000, 1));
+    const std::vector<std::string> args = {"-verbose1", "-connect", "-open", rig.dir.file("d.bin"), "0x0", "-auto",
+                                           "-readrange0x0,0xFF"};
+    RunResult r = rig.Run(args, {}, 60, {"/usr/bin/timeout", "--preserve-status", "-s", "INT", "-k", "10", "1"});
+    EXPECT_EQ(r.exitStatus, 0) << r.out;
+    EXPECT_EQ(Has(r, "Could not perform custom init sequence."), list == std::string("Init")) << r.out;
+    EXPECT_TRUE(Has(r, "Target memory read successfully.")) << r.out;
+    EXPECT_EQ(ReadFile(rig.flash).substr(0, 0x1000), Pattern(0x1000, 1));
+  }
+}
 
-  // Still connected: the read needs no new connect.
-  r = rig.Run({"-connect", "-readrange0x0,0xFF"});
-  EXPECT_EQ(Count(r.out, "Connecting ..."), 1u) << r.out;
-  EXPECT_TRUE(Has(r, "Target memory read successfully.")) << r.out;
+// ---- The simulated chip's safety ----
+
+// Waits (bounded) until path exists: the holding run has opened the probe.
+bool WaitFor(const std::string& path) {
+  struct stat st;
+  for (auto end = std::chrono::steady_clock::now() + 30s; std::chrono::steady_clock::now() < end;) {
+    if (stat(path.c_str(), &st) == 0) return true;
+    std::this_thread::sleep_for(10ms);
+  }
+  return false;
+}
+
+// An init sequence that keeps the probe open for a while after connecting.
+std::string Hold(const std::string& ms) {
+  return "[FLASH]\n  AutoDetect = 1\n" + Steps("Init", {{"Delay", "Value0 = " + ms}});
+}
+
+TEST(SimSafety, SecondRunOnTheSameChipIsRefusedAndAKilledRunLeavesNoLock) {
+  Rig rig;
+  rig.dir.write("a.bin", Pattern(512, 1));
+  rig.dir.write("b.bin", Pattern(512, 2));
+  Rig second;
+  second.flash = rig.flash;
+  RunResult first;
+  rig.project = Hold("0x00000FA0");
+  std::thread holder([&] { first = rig.Run({"-open", rig.dir.file("a.bin"), "0x0", "-connect", "-program"}); });
+  ASSERT_TRUE(WaitFor(rig.flash));
+  std::this_thread::sleep_for(300ms);
+  RunResult refused = second.Run({"-open", rig.dir.file("b.bin"), "0x0", "-program"});
+  holder.join();
+  EXPECT_EQ(refused.exitStatus, 1) << refused.out;
+  EXPECT_TRUE(Has(refused, "ERROR: Cannot connect to the probe: the probe is in use by another program "
+                           "(its flash contents file " + rig.flash + " is locked).")) << refused.out;
+  EXPECT_FALSE(Has(refused, "Target programmed successfully.")) << refused.out;
+  EXPECT_EQ(first.exitStatus, 0) << first.out;
+  EXPECT_EQ(ReadFile(rig.flash).substr(0, 512), Pattern(512, 1));
+
+  // Killed while the init sequence waits: the chip is free again at once.
+  RunResult killed = rig.Run({"-connect"}, {}, 1);
+  EXPECT_EQ(killed.exitStatus, -1) << killed.out;
+  RunResult next = second.Run({"-open", rig.dir.file("b.bin"), "0x0", "-auto"});
+  EXPECT_EQ(next.exitStatus, 0) << next.out;
+  EXPECT_EQ(ReadFile(rig.flash).substr(0, 512), Pattern(512, 2));
+}
+
+// The contents file's folder is replaced by a file while the probe is open:
+// the changes cannot be written back when the probe closes, be it by
+// -disconnect or at the end of the run.
+TEST(SimSafety, FailedWriteBackEndsTheRunWithAnError) {
+  for (const bool disconnect : {false, true}) {
+    SCOPED_TRACE(disconnect ? "closed by -disconnect" : "closed at the end of the run");
+    Rig rig;
+    rig.project = Hold("0x000007D0");
+    rig.dir.write("a.bin", Pattern(512, 1));
+    const std::string folder = rig.dir.file("chip");
+    rig.flash = folder + "/flash.bin";
+    std::vector<std::string> args = {"-open", rig.dir.file("a.bin"), "0x0", "-connect", "-program"};
+    if (disconnect) args.push_back("-disconnect");
+    RunResult r;
+    std::thread run([&] { r = rig.Run(args); });
+    const bool opened = WaitFor(rig.flash);
+    if (opened) {
+      std::rename(folder.c_str(), rig.dir.file("chip.old").c_str());
+      rig.dir.write("chip", "not a folder");
+    }
+    run.join();
+    ASSERT_TRUE(opened);
+    EXPECT_EQ(r.exitStatus, 1) << r.out;
+    EXPECT_TRUE(Has(r, "Target programmed successfully.")) << r.out;
+    EXPECT_TRUE(Has(r, "ERROR: Cannot write back the flash contents file " + rig.flash +
+                           ": Not a directory. The chip's changes since the probe was opened are lost."))
+        << r.out;
+    EXPECT_EQ(rig.dir.read("chip.old/flash.bin").substr(0, 512), std::string(512, '\xFF'));
+  }
 }
 
 }  // namespace

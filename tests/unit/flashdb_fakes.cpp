@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "project/seq.h"
 #include "probe/tarlo_abi.h"
+#include "project/seq.h"
 #include "util/util.h"
 
 namespace fake {
@@ -16,23 +16,14 @@ Probe& probe() {
 }
 
 Project& project() {
-  static Project* p = [] {
-    auto* q = new Project;
-    std::memset(&q->general, 0, sizeof(q->general));
-    std::memset(&q->sequences, 0, sizeof(q->sequences));
-    std::memset(&q->flash, 0, sizeof(q->flash));
-    return q;
-  }();
+  static Project* p = new Project{};
   return *p;
 }
 
 void Reset() {
   probe() = Probe{};
   Project& p = project();
-  p.open = true;
-  std::memset(&p.general, 0, sizeof(p.general));
-  std::memset(&p.sequences, 0, sizeof(p.sequences));
-  std::memset(&p.flash, 0, sizeof(p.flash));
+  p = Project{};
   p.sequences.Speed0 = 4000;
   p.flash.AutoDetect = 1;
   p.flash.FlashType = 1;
@@ -45,9 +36,8 @@ void QueueId(std::vector<uint8_t> bytes) {
 
 std::vector<uint8_t> CommandBytes() {
   std::vector<uint8_t> r;
-  for (const Transfer& t : probe().transfers) {
+  for (const Transfer& t : probe().transfers)
     if (!t.read && t.out.size() == 1 && t.flags == 14) r.push_back(t.out[0]);
-  }
   return r;
 }
 
@@ -60,7 +50,6 @@ using fake::project;
 
 int PROJECT_IsOpen(void) { return project().open ? 1 : 0; }
 void PROJECT_GetGeneral(ProjectGeneral* out) { *out = project().general; }
-void PROJECT_GetSequences(ProjectSequences* out) { *out = project().sequences; }
 uint32_t PROJECT_GetInterfaceSpeed(void) { return project().sequences.Speed0; }
 void PROJECT_GetFlashParams(FlashParams* out) { *out = project().flash; }
 void PROJECT_SetFlashParams(const FlashParams* in) { project().flash = *in; }
@@ -87,9 +76,6 @@ void Call(const std::string& text) { probe().calls.push_back(text); }
 
 extern "C" {
 
-uint32_t TARLOARM_GetDLLVersion(void) { return 68000; }
-const char* TARLOARM_GetCompileDateTime(void) { return "today"; }
-void TARLOARM_SetErrorOutHandler(TARLO_LOG_FUNC) {}
 int TARLOARM_ExecCommand(const char* command, char*, int) {
   Call(std::string("Exec ") + command);
   if (std::strcmp(command, "SupplyPower = 1") == 0) probe().suppliesPower = true;
@@ -144,6 +130,5 @@ int TARLO_SPI_Transfer(const uint8_t* dataOut, uint8_t* dataIn, uint32_t numBits
   return static_cast<int>(n);
 }
 void* TARLO_GetpFunc(int) { return nullptr; }
-void TARLOARM_INDICATORS_SetState(int, const TARLO_INDICATOR_STATE*) {}
 
 }  // extern "C"
