@@ -248,6 +248,8 @@ int SPI_Connect(void) {
                   status.VTarget % 1000);
     LOG_Info(text);
   }
+  FLASHDB_SelectChip(-1);
+
   FlashParams p = {};
   PROJECT_GetFlashParams(&p);
   const int result = p.AutoDetect == 0 ? VerifyId(p) : FLASH_DetectChip();
@@ -286,6 +288,21 @@ void SPI_Disconnect(void) {
   SPI_CloseProbe();
   Connected = 0;
   LOG_EndOp("Disconnected");
+}
+
+int SPI_DetectFlash(void) {
+  LOG_BeginOp("Detecting SPI flash ...");
+  int result = SPI_OpenProbe();
+  if (result == 0) result = FLASH_DetectChip();
+  SPI_CloseProbe();
+  // The probe is never left open here; a connection it belonged to is gone.
+  Connected = 0;
+  if (result == 0) {
+    LOG_EndOp("SPI flash detected successfully.");
+    return result;
+  }
+  LOG_EndOp("Failed to detect SPI flash.");
+  return result < 0 ? result : -1;
 }
 
 void SPI_OnExit(void) {

@@ -13,6 +13,8 @@
 
 namespace {
 
+int CurrentIndex = -1;
+
 constexpr uint8_t kContinuationCode = 0x7F;
 constexpr int kIdAnswerBytes = 13;
 
@@ -97,6 +99,12 @@ int FLASHDB_FindById(uint32_t id) {
   return -1;
 }
 
+int FLASHDB_GetEntry(int index, FlashChipEntry* out) {
+  if (out == nullptr || index < 0 || index >= NumEntries()) return -1;
+  *out = FLASHDB_ChipTable[index];
+  return 0;
+}
+
 int FLASHDB_ApplyEntry(int index, FlashParams* params) {
   if (params == nullptr || index < 0 || index >= NumEntries()) return -1;
   ApplyTo(FLASHDB_ChipTable[index], *params);
@@ -104,12 +112,32 @@ int FLASHDB_ApplyEntry(int index, FlashParams* params) {
 }
 
 int FLASHDB_SelectChip(int index) {
+  CurrentIndex = -1;
   if (index < 0 || index >= NumEntries()) return -1;
   FlashParams p;
   PROJECT_GetFlashParams(&p);
   FLASHDB_ApplyEntry(index, &p);
   PROJECT_SetFlashParams(&p);
+  CurrentIndex = index;
   return 0;
+}
+
+int FLASHDB_GetCurrentIndex(void) { return CurrentIndex; }
+
+// Counts, addresses and sizes are worked out in 64 bits and held at the
+// 32-bit limit instead of wrapping: a project may describe any geometry.
+uint32_t FLASHDB_GetNumSectors(void) {
+  FlashParams p;
+  PROJECT_GetFlashParams(&p);
+  return static_cast<uint32_t>(std::min<uint64_t>(FLASHPARAMS_NumSectors(p), 0xFFFFFFFFu));
+}
+
+void FLASHDB_GetSectorInfo(uint32_t sector, uint32_t* start, uint32_t* size) {
+  FlashParams p;
+  PROJECT_GetFlashParams(&p);
+  const uint32_t shift = std::min<uint32_t>(p.SectorSizeShift, 32);
+  if (start) *start = static_cast<uint32_t>(std::min<uint64_t>(static_cast<uint64_t>(sector) << shift, 0xFFFFFFFFu));
+  if (size) *size = static_cast<uint32_t>(std::min<uint64_t>(1ull << shift, 0xFFFFFFFFu));
 }
 
 void FLASHDB_CompactId(uint8_t id[13]) {

@@ -109,13 +109,27 @@ int FLASHDB_GetNumEntries(void);
 // = manufacturer, memory type, capacity; the memory type is ignored for
 // entries that say so), or -1.
 int FLASHDB_FindById(uint32_t id);
+// Copies entry `index` to *out: 0, or -1 (and *out untouched) when out is
+// null or index is out of range.
+int FLASHDB_GetEntry(int index, FlashChipEntry* out);
 // Applies entry `index` to the project's FlashParams (AutoDetect, FlashType
-// and abID kept): 0, or -1 (nothing changed) when index is out of range.
+// and abID kept) and makes it the current chip: 0. An index out of range
+// (negative: on purpose) only clears the current chip: -1.
 int FLASHDB_SelectChip(int index);
 // Applies entry `index` to *params as FLASHDB_SelectChip does, without the
-// project: 0, or -1 (nothing changed) when params is null or index is out of
-// range.
+// project or the current chip: 0, or -1 (nothing changed) when params is
+// null or index is out of range.
 int FLASHDB_ApplyEntry(int index, FlashParams* params);
+// Index of the chip the last FLASHDB_SelectChip applied, or -1 when none is
+// (the connect clears it before identifying the chip).
+int FLASHDB_GetCurrentIndex(void);
+// Number of sectors of the project's FlashParams, (NumPages <<
+// PageSizeShift) >> SectorSizeShift, held at 0xFFFFFFFF instead of wrapping.
+uint32_t FLASHDB_GetNumSectors(void);
+// Start (sector << SectorSizeShift) and size (1 << SectorSizeShift) of a
+// sector of the project's FlashParams, each held at 0xFFFFFFFF instead of
+// wrapping; either output may be null.
+void FLASHDB_GetSectorInfo(uint32_t sector, uint32_t* start, uint32_t* size);
 
 // Reads the chip's ID (0x9F whatever CmdReadID holds, 13 bytes back) and
 // drops the 0x7F continuation codes: id[0..2] are the manufacturer, memory

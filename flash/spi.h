@@ -52,6 +52,10 @@ int  SPI_OpenProbe(void);
 // Closes the probe when it is open: a 4-byte chip leaves its mode, target
 // power goes off, reset is released. Does nothing when it is not open.
 void SPI_CloseProbe(void);
+// The stand-alone detection (operation "Detecting SPI flash ..."): opens the
+// probe, detects the chip, closes the probe (a connection is gone after it).
+// 0 when a chip was found, negative when not.
+int  SPI_DetectFlash(void);
 // The exit hook: disconnects, and refuses every later open.
 void SPI_OnExit(void);
 
