@@ -51,21 +51,16 @@ std::string WithoutTimings(const std::string& out) {
   return result;
 }
 
-TEST(CommandLine, NoArgumentsPrintsBannerAndHelp) {
+// No arguments, or any spelling of the help option: the banner, then the help.
+TEST(CommandLine, BannerAndHelp) {
   TempDir dir;
-  const RunResult r = RunIn(dir, {});
-  EXPECT_EQ(r.exitStatus, 0);
-  EXPECT_EQ(r.out.rfind("Valmik Pellam SPI V6.80 Command Line Version\r\nTarloARM.dll V", 0), 0u) << r.out;
-  EXPECT_TRUE(Has(r, " (DLL compiled ")) << r.out;
-  EXPECT_TRUE(Has(r, kHelp)) << r.out;   // shutdown may report after it
-}
-
-TEST(CommandLine, HelpOptions) {
-  TempDir dir;
-  for (const char* option : {"-help", "-?", "?", "-HELP"}) {
-    const RunResult r = RunIn(dir, {option});
-    EXPECT_EQ(r.exitStatus, 0) << option;
-    EXPECT_TRUE(Has(r, kHelp)) << option;
+  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{{}, {"-help"}, {"-?"}, {"?"}, {"-HELP"}}) {
+    const std::string label = args.empty() ? "none" : args[0];
+    const RunResult r = RunIn(dir, args);
+    EXPECT_EQ(r.exitStatus, 0) << label;
+    EXPECT_EQ(r.out.rfind("Valmik Pellam SPI V6.80 Command Line Version\r\nTarloARM.dll V", 0), 0u) << r.out;
+    EXPECT_TRUE(Has(r, " (DLL compiled ")) << r.out;
+    EXPECT_TRUE(Has(r, kHelp)) << label;  // shutdown may report after it
   }
 }
 
@@ -86,7 +81,6 @@ TEST(CommandLine, SyntaxErrorsStopTheWalk) {
       {{"-OPENPRJ", "board"}, "Wrong file extension after option \"-openprj\"."},
       {{"-open"}, "Missing command line parameter after option \"-open\".", true},
       {{"-OPEN"}, "Missing command line parameter after option \"-open\".", true},
-      {{"-Open"}, "Missing command line parameter after option \"-open\".", true},
       {{"-opendata.bin"}, "Missing command line parameter after data file path."},
       {{"-open", "data.bin"}, "Missing command line parameter after data file path.", true},
       {{"-opendata.bin,zz"}, decimal + " after ',' for option \"-open\"."},
@@ -165,33 +159,36 @@ TEST(CommandLine, PellamLogIsCreatedTruncated) {
 }
 
 // A glued name may have 256 characters, not 257 (the 257th makes it a
-// missing parameter).
-TEST(CommandLine, GluedNameLengthLimit) {
-  TempDir dir;
-  std::filesystem::create_directory(dir.file("d"));
+// missing parameter, as does an empty quoted name); the parser's own message
+// is hidden at verbosity 0, the error is not. The separate form takes the
+// whole argument.
+TEST(CommandLine, GluedNameLimits) {
   const std::string name256 = "d/" + std::string(250, 'n') + ".log";
-  ASSERT_EQ(name256.size(), 256u);
-  RunResult r = RunIn(dir, {"-pellamlog" + name256});
-  EXPECT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_TRUE(dir.exists(name256));
-
   const std::string name257 = "d/" + std::string(251, 'm') + ".log";
-  r = RunIn(dir, {"-pellamlog" + name257});
-  EXPECT_EQ(r.exitStatus, 255);
-  EXPECT_TRUE(Has(r, "CMDLINE_GetString: String to long\r\n")) << r.out;
-  EXPECT_TRUE(Has(r, "ERROR: Missing command line parameter after option \"-pellamlog\".\n"));
-  EXPECT_FALSE(dir.exists(name257));
-
-  // At verbosity 0 the parser's own message is hidden; the error is not.
-  r = RunIn(dir, {"-verbose0", "-pellamlog" + name257});
-  EXPECT_EQ(r.exitStatus, 255);
-  EXPECT_FALSE(Has(r, "String to long"));
-  EXPECT_TRUE(Has(r, "ERROR: Missing command line parameter after option \"-pellamlog\".\n"));
-
-  // The separate form takes the whole argument.
-  r = RunIn(dir, {"-pellamlog", name257});
-  EXPECT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_TRUE(dir.exists(name257));
+  const std::string missing = "ERROR: Missing command line parameter after option \"-pellamlog\".\n";
+  const struct {
+    std::vector<std::string> args;
+    std::string file;  // created by the run, or empty
+    std::string parser;  // the parser's message, or empty
+  } cases[] = {
+      {{"-pellamlog" + name256}, name256, ""},
+      {{"-pellamlog" + name257}, "", "CMDLINE_GetString: String to long\r\n"},
+      {{"-verbose0", "-pellamlog" + name257}, "", ""},
+      {{"-pellamlog\"\""}, "", "CMDLINE_GetString:  Missing string\r\n"},
+      {{"-pellamlog", name257}, name257, ""},
+  };
+  for (const auto& c : cases) {
+    TempDir dir;
+    std::filesystem::create_directory(dir.file("d"));
+    const RunResult r = RunIn(dir, c.args);
+    const std::string label = c.args.back().substr(0, 20);
+    EXPECT_EQ(r.exitStatus, c.file.empty() ? 255 : 0) << label << "\n" << r.out;
+    EXPECT_EQ(Has(r, missing), c.file.empty()) << label << "\n" << r.out;
+    EXPECT_EQ(Has(r, "CMDLINE_GetString"), !c.parser.empty()) << label << "\n" << r.out;
+    EXPECT_TRUE(c.parser.empty() || Has(r, c.parser)) << label << "\n" << r.out;
+    EXPECT_TRUE(c.file.empty() || dir.exists(c.file)) << label;
+    EXPECT_EQ(dir.exists(name257), c.file == name257) << label;
+  }
 }
 
 TEST(CommandLine, QuotedGluedNamesMayContainCommas) {
@@ -203,25 +200,36 @@ TEST(CommandLine, QuotedGluedNamesMayContainCommas) {
   EXPECT_FALSE(dir.exists("c,d.log"));
 }
 
-// The choice shows in the connect announcement (whether a probe answers or not).
+// The choice overrides the project's connection (its host is never used)
+// and shows in the connect announcement, whether a probe answers or not;
+// without a choice the project's connection mode counts. The project is
+// left as it was.
 TEST(CommandLine, ConnectionChoiceReachesTheConnection) {
-  struct Case {
+  const std::string project = "[JTAG]\r\n  Speed0 = 4000\r\n[GENERAL]\r\n  HostName = \"probe.local\"\r\n";
+  const struct {
     std::vector<std::string> args;
     const char* announcement;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {{"-usb3", "-connect"}, "Connecting via USB to Tarlo device 3"},
       {{"-usb4", "-connect"}, "Connecting via USB to Tarlo with SN 4"},
       {{"-usb0x20", "-connect"}, "Connecting via USB to Tarlo with SN 32"},
       {{"-select", "USB=0x1F", "-connect"}, "Connecting via USB to Tarlo with SN 31"},
       {{"-ip 10.1.2.3", "-connect"}, "Connecting via TCP/IP to 10.1.2.3"},
+      {{"-select", "IP", "-connect"}, "Connecting via TCP/IP to "},  // no "=": empty host
+      {{"-select", "IP=", "-connect"}, "Connecting via TCP/IP to localhost"},
+      {{"-select", "IP=10.0.0.7", "-connect"}, "Connecting via TCP/IP to 10.0.0.7"},
+      {{"-speed12000", "-connect"}, "Connecting via USB to Tarlo device 0"},  // the project's own choice
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     TempDir dir;
+    dir.write("Default.pellam", project);
     const RunResult r = RunIn(dir, c.args);
+    const std::string out = StripCR(r.out);
     EXPECT_NE(r.exitStatus, 255) << c.args[0];
-    EXPECT_NE(StripCR(r.out).find(std::string(c.announcement) + "\n"), std::string::npos)
-        << c.args[0] << "\n" << r.out;
+    EXPECT_NE(out.find(std::string(c.announcement) + "\n"), std::string::npos) << c.args[0] << "\n" << r.out;
+    EXPECT_EQ(out.find("probe.local"), std::string::npos) << r.out;
+    EXPECT_EQ(out.find("Saving project file"), std::string::npos) << r.out;
+    EXPECT_EQ(dir.read("Default.pellam"), project) << c.args[0];  // exit drops the change
   }
 }
 

@@ -109,36 +109,4 @@ TEST(ProjectCommandLine, FailedOpenEndsWithFailed) {
   EXPECT_FALSE(Has(quiet, "Failed")) << quiet.out;
 }
 
-TEST(ProjectCommandLine, SpeedChangesOnlyTheOpenProject) {
-  TempDir dir;
-  dir.write("Default.pellam", kDefault);
-  RunResult r = RunIn(dir, {"-speed12000"});
-  EXPECT_EQ(0, r.exitStatus) << r.out;
-  EXPECT_FALSE(Has(r, "Saving project file")) << r.out;
-  EXPECT_EQ(kDefault, dir.read("Default.pellam"));  // exit drops the change
-}
-
-TEST(ProjectCommandLine, SelectOverridesTheProjectConnection) {
-  TempDir dir;
-  dir.write("Default.pellam", kDefault);
-  struct Case {
-    std::string value;
-    std::string expected;
-  } cases[] = {
-      {"USB=123", "Connecting via USB to Tarlo with SN 123\n"},
-      {"IP", "Connecting via TCP/IP to \n"},  // no "=": empty host
-      {"IP=", "Connecting via TCP/IP to localhost\n"},
-      {"IP=10.0.0.7", "Connecting via TCP/IP to 10.0.0.7\n"},
-  };
-  for (const Case& c : cases) {
-    const RunResult r = RunIn(dir, {"-select", c.value, "-connect"});
-    EXPECT_TRUE(Has(r, c.expected)) << c.value << "\n" << r.out;
-    EXPECT_FALSE(Has(r, "probe.local")) << r.out;
-  }
-  // Without an override the project's host is used.
-  RunResult r = RunIn(dir, {"-connect"});
-  EXPECT_TRUE(Has(r, "Connecting via USB")) << r.out;  // ConnectMode 0 in the file
-  EXPECT_EQ(kDefault, dir.read("Default.pellam"));
-}
-
 }  // namespace
