@@ -3,6 +3,7 @@
 // gets a fresh directory that is also its HOME.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -18,38 +19,57 @@ RunResult RunIn(const TempDir& dir, const std::vector<std::string>& args) {
   return r;
 }
 
-TEST(ProjectCommandLine, DefaultProjectAtStartUp) {
-  TempDir dir;
-  RunResult r = RunIn(dir, {"-verbose3"});
-  EXPECT_EQ(0, r.exitStatus);
-  EXPECT_TRUE(Has(r, "Creating new project ...\n- New project created successfully\n")) << r.out;
-  EXPECT_TRUE(Has(r, "Close project\n- Project closed\n")) << r.out;
-  EXPECT_FALSE(dir.exists("Default.pellam"));  // the new project is never saved
-
-  dir.write("Default.pellam", kDefault);
-  r = RunIn(dir, {"-verbose3"});
-  EXPECT_EQ(0, r.exitStatus);
-  EXPECT_TRUE(Has(r, "Opening project file [Default.pellam] ...\n- Project opened successfully\n")) << r.out;
-  EXPECT_NE(std::string::npos, dir.read(".config/Valmik/PellamSPI.ini").find("Current=\"Default.pellam\""));
+// Opening projects, at start-up and with -openprj: the result lines, the
+// exit status, and the path recorded as the current project in the
+// application settings; the new default project is never saved. A failed
+// open ends with its failure line after the reason, shown from verbosity 1.
+TEST(ProjectCommandLine, OpenProject) {
+  const std::string missing = "Opening project file [missing.pellam] ...\n- ERROR: Could not open file "
+                              "[missing.pellam]\nFile not found!\n";
+  const struct {
+    std::vector<std::string> args;
+    const char* file;  // written before the run as kDefault, or null
+    int exitStatus;
+    std::string shown;
+    const char* current;  // the recorded current project, or null
+  } cases[] = {
+      {{"-verbose3"}, nullptr, 0, "Creating new project ...\n- New project created successfully\nClose project\n"
+                                  "- Project closed\n", nullptr},
+      {{"-verbose3"}, "Default.pellam", 0, "Opening project file [Default.pellam] ...\n"
+                                           "- Project opened successfully\n", "Default.pellam"},
+      {{"-OPENPRJboard.PELLAM"}, "board.PELLAM", 0, "Opening project file [board.PELLAM] ...\n"
+                                                   "- Project opened successfully\n", "board.PELLAM"},
+      {{"-verbose1", "-openprj", "missing.pellam"}, nullptr, 1, missing + "- Failed\n", nullptr},
+      {{"-verbose3", "-openprj", "missing.pellam"}, nullptr, 1, missing + "- Failed\n", nullptr},
+      {{"-verbose0", "-openprj", "missing.pellam"}, nullptr, 1, "", nullptr},
+  };
+  for (const auto& c : cases) {
+    TempDir dir;
+    if (c.file != nullptr) dir.write(c.file, kDefault);
+    const RunResult r = RunIn(dir, c.args);
+    EXPECT_EQ(c.exitStatus, r.exitStatus) << c.args.back() << "\n" << r.out;
+    EXPECT_TRUE(Has(r, c.shown)) << r.out;
+    EXPECT_EQ(Has(r, "Failed"), c.exitStatus != 0 && !c.shown.empty()) << r.out;
+    const std::string settings = dir.read(".config/Valmik/PellamSPI.ini");
+    EXPECT_EQ(c.current != nullptr, settings.find(std::string("Current=\"") + (c.current ? c.current : "") + "\"") !=
+                                        std::string::npos) << settings;
+    EXPECT_FALSE(c.file == nullptr && dir.exists("Default.pellam"));
+  }
 }
 
-TEST(ProjectCommandLine, OpenProject) {
+// An application settings file that cannot be read or written is reported
+// by name, each time, in place of the open's result line; the walk goes on.
+TEST(ProjectCommandLine, ApplicationSettingsThatCannotBeSaved) {
   TempDir dir;
-  dir.write("board.PELLAM", kDefault);
-  struct Case {
-    std::vector<std::string> args;
-    int exitStatus;
-    std::string expected;
-  } cases[] = {
-      {{"-openprj", "missing.pellam"}, 1,
-       "Opening project file [missing.pellam] ...\n- ERROR: Could not open file [missing.pellam]\nFile not found!"},
-      {{"-OPENPRJboard.PELLAM"}, 0, "Opening project file [board.PELLAM] ...\n- Project opened successfully\n"},
-  };
-  for (const Case& c : cases) {
-    const RunResult r = RunIn(dir, c.args);
-    EXPECT_EQ(c.exitStatus, r.exitStatus) << c.args[0];
-    EXPECT_TRUE(Has(r, c.expected)) << r.out;
-  }
+  dir.write("p.pellam", kDefault);
+  std::filesystem::create_directories(dir.file(".config/Valmik/PellamSPI.ini"));
+  const RunResult r = RunIn(dir, {"-openprj", "p.pellam", "-select", "USB=5", "-connect"});
+  EXPECT_TRUE(Has(r, "Opening project file [p.pellam] ...\n- ERROR: Could not open file [" +
+                         dir.file(".config/Valmik/PellamSPI.ini") + "]\nInvalid file handle!\n- ERROR: Could not "
+                         "save file [" + dir.file(".config/Valmik/PellamSPI.ini") + "]\nInvalid file handle!\n"))
+      << r.out;
+  EXPECT_FALSE(Has(r, "Project opened successfully")) << r.out;
+  EXPECT_TRUE(Has(r, "Connecting via USB to Tarlo with SN 5\n")) << r.out;
 }
 
 // A value that does not parse is printed as an error, the key keeps its
@@ -92,21 +112,6 @@ TEST(ProjectCommandLine, ValueThatDoesNotParseTakesTheDefault) {
     const std::string seen = StripCR(r.out) + dir.read("trace.txt");
     EXPECT_NE(std::string::npos, seen.find(c.evidence)) << c.label << "\n" << seen;
   }
-}
-
-// A failed open ends with its failure line after the reason, and fails.
-TEST(ProjectCommandLine, FailedOpenEndsWithFailed) {
-  TempDir dir;
-  for (const char* verbosity : {"-verbose1", "-verbose3"}) {
-    const RunResult r = RunIn(dir, {verbosity, "-openprj", "missing.pellam"});
-    EXPECT_EQ(1, r.exitStatus) << r.out;
-    EXPECT_TRUE(Has(r, "Opening project file [missing.pellam] ...\n- ERROR: Could not open file [missing.pellam]\n"
-                       "File not found!\n- Failed\n"))
-        << r.out;
-  }
-  const RunResult quiet = RunIn(dir, {"-verbose0", "-openprj", "missing.pellam"});
-  EXPECT_EQ(1, quiet.exitStatus) << quiet.out;
-  EXPECT_FALSE(Has(quiet, "Failed")) << quiet.out;
 }
 
 }  // namespace
