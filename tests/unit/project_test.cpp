@@ -8,10 +8,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
-#include <type_traits>
+#include <vector>
 
 #include "project/project.h"
 #include "project/settings.h"
@@ -190,75 +191,63 @@ TEST_F(ProjectTest, WriteDataStepsByNameInAnyCase) {
 // Flips a byte of a record where no field is (padding) or anywhere else.
 void Poke(void* record, size_t offset) { static_cast<uint8_t*>(record)[offset] ^= 0x5A; }
 
-// Gets a record, changes it, asks whether it differs and sets it; returns
-// the query's answer.
-template <typename T>
-int Change(void (*get)(T*), int (*differs)(const T*), void (*set)(const T*),
-           std::type_identity_t<void (*)(T&)> change) {
-  std::unique_ptr<T> r(new T);
-  get(r.get());
-  change(*r);
-  const int d = differs(r.get());
-  set(r.get());
-  return d;
-}
-
 // Each setter counts a change exactly when its comparing query says the
 // record differs: padding, bytes after a string's terminator and steps beyond
-// the step counts are no difference, every field is.
-TEST_F(ProjectTest, SettersAndQueriesAgreeOnEveryRecord) {
-  const std::string text = "[GENERAL]\r\nHostName = \"h\"\r\n[CPU]\r\nNumInitSteps = 1\r\n"
-                           "InitStep0_Action = \"Delay\"\r\nInitStep0_Comment = \"c\"\r\n";
-  struct Case {
-    const char* what;
-    int differs;
-    int (*apply)(void);  // changes one record through its setter, returns the query's answer
+// the step counts are no difference, every field is; a record set again is
+// no change.
+TEST_F(ProjectTest, SettersCountWhatTheirQueriesCallADifference) {
+  ASSERT_EQ(0, OpenText("[GENERAL]\r\nHostName = \"h\"\r\n[CPU]\r\nNumInitSteps = 1\r\n"
+                        "InitStep0_Action = \"Delay\"\r\nInitStep0_Comment = \"c\"\r\n"));
+  auto f = std::make_unique<FlashParams>();
+  auto pr = std::make_unique<ProjectProduction>();
+  auto perf = std::make_unique<ProjectPerformance>();
+  auto g = std::make_unique<ProjectGeneral>();
+  auto seq = std::make_unique<ProjectSequences>();
+  PROJECT_GetFlashParams(f.get());
+  PROJECT_GetProduction(pr.get());
+  PROJECT_GetPerformance(perf.get());
+  PROJECT_GetGeneral(g.get());
+  PROJECT_GetSequences(seq.get());
+  auto differs = [&] {
+    return std::vector<int>{PROJECT_FlashParamsDiffer(f.get()), PROJECT_ProductionDiffers(pr.get()),
+                            PROJECT_PerformanceDiffers(perf.get()), PROJECT_GeneralDiffers(g.get()),
+                            PROJECT_SequencesDiffer(seq.get())};
   };
-  static auto flash = [](void (*change)(FlashParams&)) {
-    return Change(PROJECT_GetFlashParams, PROJECT_FlashParamsDiffer, PROJECT_SetFlashParams, change);
+  const std::vector<std::function<void()>> setters = {
+      [&] { PROJECT_SetFlashParams(f.get()); }, [&] { PROJECT_SetProduction(pr.get()); },
+      [&] { PROJECT_SetPerformance(perf.get()); }, [&] { PROJECT_SetGeneral(g.get()); },
+      [&] { PROJECT_SetSequences(seq.get()); }};
+  // Sets each record on its own after a save; true when each counted a
+  // change exactly when `want` says so.
+  auto setEach = [&](const std::vector<int>& want) {
+    for (size_t i = 0; i < setters.size(); ++i) {
+      Saved();
+      setters[i]();
+      EXPECT_EQ(want[i], PROJECT_IsModified()) << "record " << i;
+    }
   };
-  static auto production = [](void (*change)(ProjectProduction&)) {
-    return Change(PROJECT_GetProduction, PROJECT_ProductionDiffers, PROJECT_SetProduction, change);
-  };
-  static auto performance = [](void (*change)(ProjectPerformance&)) {
-    return Change(PROJECT_GetPerformance, PROJECT_PerformanceDiffers, PROJECT_SetPerformance, change);
-  };
-  static auto general = [](void (*change)(ProjectGeneral&)) {
-    return Change(PROJECT_GetGeneral, PROJECT_GeneralDiffers, PROJECT_SetGeneral, change);
-  };
-  static auto sequences = [](void (*change)(ProjectSequences&)) {
-    return Change(PROJECT_GetSequences, PROJECT_SequencesDiffer, PROJECT_SetSequences, change);
-  };
-  const Case cases[] = {
-      {"flash unchanged", 0, [] { return flash([](FlashParams&) {}); }},
-      {"flash padding", 0,
-       [] { return flash([](FlashParams& f) { Poke(&f, offsetof(FlashParams, StatusBitPos) + 1); }); }},
-      {"flash ChipClass", 1, [] { return flash([](FlashParams& f) { f.ChipClass = 9; }); }},
-      {"flash abID", 1, [] { return flash([](FlashParams& f) { f.abID[2] = 1; }); }},
-      {"production padding", 0,
-       [] { return production([](ProjectProduction& r) { Poke(&r, sizeof r - 1); }); }},
-      {"production PerformCompare", 1, [] { return production([](ProjectProduction& r) { r.PerformCompare = 3; }); }},
-      {"performance unchanged", 0, [] { return performance([](ProjectPerformance&) {}); }},
-      {"performance changed", 1,
-       [] { return performance([](ProjectPerformance& r) { r.DisableSkipBlankDataOnProgram = 2; }); }},
-      {"general after terminator", 0, [] { return general([](ProjectGeneral& r) { r.CurrentFile[100] = 'x'; }); }},
-      {"general padding", 0, [] { return general([](ProjectGeneral& r) { Poke(&r, sizeof r - 1); }); }},
-      {"general HostName", 1, [] { return general([](ProjectGeneral& r) { r.HostName[0] = 'H'; }); }},
-      {"steps beyond the count", 0, [] { return sequences([](ProjectSequences& r) { r.InitSteps[1].Value0 = 1; }); }},
-      {"comment after terminator", 0,
-       [] { return sequences([](ProjectSequences& r) { r.InitSteps[0].Comment[50] = 'x'; }); }},
-      {"step count above 256", 1, [] { return sequences([](ProjectSequences& r) { r.NumExitSteps = 999; }); }},
-      {"step data", 1, [] { return sequences([](ProjectSequences& r) { r.InitSteps[0].Data[15] = 1; }); }},
-  };
-  for (const Case& c : cases) {
-    ASSERT_EQ(0, OpenText(text));
-    EXPECT_EQ(c.differs, c.apply()) << c.what;
-    EXPECT_EQ(c.differs, PROJECT_IsModified()) << c.what;
-    // The same record again is no change; the counter shows it after a save.
-    if (c.differs) Saved();
-    EXPECT_EQ(0, c.apply()) << c.what;
-    EXPECT_EQ(0, PROJECT_IsModified()) << c.what;
-  }
+  Poke(f.get(), offsetof(FlashParams, StatusBitPos) + 1);
+  Poke(pr.get(), sizeof *pr - 1);
+  Poke(g.get(), sizeof *g - 1);
+  g->CurrentFile[100] = 'x';
+  seq->InitSteps[1].Value0 = 1;
+  seq->InitSteps[0].Comment[50] = 'x';
+  EXPECT_EQ(std::vector<int>(5, 0), differs());
+  setEach(std::vector<int>(5, 0));
+
+  f->abID[2] = 1;
+  pr->PerformCompare = 3;
+  perf->DisableSkipBlankDataOnProgram = 2;
+  g->HostName[0] = 'H';
+  seq->InitSteps[0].Data[15] = 1;
+  EXPECT_EQ(std::vector<int>(5, 1), differs());
+  setEach(std::vector<int>(5, 1));
+  setEach(std::vector<int>(5, 0));  // the same records again
+  f->ChipClass = 9;
+  seq->NumExitSteps = 999;  // above 256: a difference, then held as 256
+  EXPECT_EQ((std::vector<int>{1, 0, 0, 0, 1}), differs());
+  setEach({1, 0, 0, 0, 1});
+  EXPECT_EQ(std::vector<int>(5, 0), differs());
 }
 
 // The narrow speed accessors are the sequence record's Speed0, set without a
@@ -325,10 +314,7 @@ TEST_F(ProjectTest, NewProjectDefaults) {
 TEST_F(ProjectTest, SaveFailuresLeaveTheFile) {
   const std::string path = Write("ro.pellam", "[JTAG]\r\nSpeed0 = 4000\r\n");
   ASSERT_EQ(0, Open(path));
-  std::unique_ptr<ProjectSequences> seq(new ProjectSequences);
-  PROJECT_GetSequences(seq.get());
-  seq->Speed0 = 6000;
-  PROJECT_SetSequences(seq.get());
+  PROJECT_SetInterfaceSpeed(6000);
   chmod(path.c_str(), 0444);
   testing::internal::CaptureStdout();
   EXPECT_EQ(-1, PROJECT_Save());
