@@ -72,46 +72,4 @@ TEST(ProjectCommandLine, ApplicationSettingsThatCannotBeSaved) {
   EXPECT_TRUE(Has(r, "Connecting via USB to Tarlo with SN 5\n")) << r.out;
 }
 
-// A value that does not parse is printed as an error, the key keeps its
-// default and the open still succeeds; the connect that follows shows which
-// value was taken (a byte array takes its default as a whole, not the
-// elements before the bad one).
-TEST(ProjectCommandLine, ValueThatDoesNotParseTakesTheDefault) {
-  struct Case {
-    const char* label;
-    std::string file;
-    std::string message;
-    std::string chip;       // TARLOSIM_CHIP
-    std::string evidence;   // in the output or the trace of "-verbose9 -connect"
-  } cases[] = {
-      {"speed", "[JTAG]\r\n  Speed0 = 4294967296\r\n", "Expected a value <= 4294967295", "C22018",
-       "# speed 4000 kHz\n"},
-      {"negative speed", "[JTAG]\r\n  Speed0 = -4294967297\r\n", "Expected a value >= -4294967296", "C22018",
-       "# speed 4000 kHz\n"},
-      {"abID", "[FLASH]\r\n  AutoDetect = 0x00000000\r\n  abID[3] = 0xC2,0x20,0x118\r\n",
-       "Expected a value <= 255", "000000", "00 00 00 (Verified)\n"},
-      {"write data",
-       "[CPU]\r\n  NumInitSteps = 1\r\n  InitStep0_Action = \"Write data\"\r\n  InitStep0_Value0 = 0x00000002\r\n"
-       "  InitStep0_Value1[2] = 0x9F,256\r\n",
-       "Expected a value <= 255", "C22018", "Executing Write Data - 0x00, 0x00\n"},
-  };
-  for (const Case& c : cases) {
-    TempDir dir;
-    dir.write("p.pellam", c.file);
-    RunResult r = RunIn(dir, {"-openprj", "p.pellam"});
-    EXPECT_EQ(0, r.exitStatus) << c.label << "\n" << r.out;
-    EXPECT_TRUE(Has(r, "Opening project file [p.pellam] ...\nERROR: " + c.message +
-                           "\n- Project opened successfully\n"))
-        << c.label << "\n" << r.out;
-
-    r = RunProgram({"-openprj", "p.pellam", "-verbose9", "-connect"}, dir.path(),
-                   {"HOME=" + dir.path(), "TARLOSIM_CHIP=" + c.chip, "TARLOSIM_FLASH=" + dir.file("chip.bin"),
-                    "TARLOSIM_TRACE=" + dir.file("trace.txt")},
-                   60);
-    EXPECT_EQ(0, r.exitStatus) << c.label << "\n" << r.out;
-    const std::string seen = StripCR(r.out) + dir.read("trace.txt");
-    EXPECT_NE(std::string::npos, seen.find(c.evidence)) << c.label << "\n" << seen;
-  }
-}
-
 }  // namespace

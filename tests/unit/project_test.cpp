@@ -341,6 +341,21 @@ TEST_F(ProjectTest, BadInputFallsBack) {
   EXPECT_EQ(0u, PROJECT_GetStepCount(0));
   EXPECT_EQ(0, PROJECT_IsModified());
 
+  // A value out of range is reported and the key takes its default; a byte
+  // array takes it as a whole, not the elements before the bad one.
+  ASSERT_EQ(0, OpenText("[JTAG]\r\nSpeed0 = 4294967296\r\n[FLASH]\r\nAutoDetect = 0\r\nabID[3] = 0xC2,0x20,0x118\r\n"
+                        "[CPU]\r\nNumInitSteps = 1\r\nInitStep0_Action = \"Write data\"\r\n"
+                        "InitStep0_Value1[2] = 0x9F,256\r\n"));
+  EXPECT_EQ(1u, Count(out_, "ERROR: Expected a value <= 4294967295\n")) << out_;
+  EXPECT_EQ(2u, Count(out_, "ERROR: Expected a value <= 255\n")) << out_;
+  EXPECT_TRUE(out_.ends_with("ERROR: Expected a value <= 255\n- Project opened successfully\r\n")) << out_;
+  EXPECT_EQ(4000u, PROJECT_GetInterfaceSpeed());
+  FlashParams f;
+  PROJECT_GetFlashParams(&f);
+  SeqStep s;
+  PROJECT_GetStep(0, 0, &s);
+  EXPECT_EQ(0, f.abID[0] | f.abID[1] | s.Data[0]);
+
   // A file that cannot be read leaves no project open.
   testing::internal::CaptureStdout();
   EXPECT_EQ(-2, PROJECT_Open((dir_ + "/none.pellam").c_str()));
