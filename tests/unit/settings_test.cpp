@@ -31,65 +31,50 @@ std::string TempPath(const char* name) {
   return ::testing::TempDir() + "settings_" + std::to_string(getpid()) + "_" + name;
 }
 
-// Each line read as "Key" of [S]: the result, the value and what is printed.
-TEST(SettingsRead, U32ValueForms) {
+// "Key" of [S] read from each text: the result, the value, what is printed.
+TEST(SettingsRead, U32ValueFormsAndLookup) {
   const std::string above = "ERROR: Expected a value <= 4294967295\n";
   const struct {
-    const char* line;
+    const char* text;
     int result;
     uint32_t value;
     std::string printed;
   } cases[] = {
-      {"Key=0x1F", 0, 31, ""},
-      {"Key = 31", 0, 31, ""},
-      {"  key =31", 0, 31, ""},
-      {"KEY = +31", 0, 31, ""},
-      {"\tKey \t=\t 31", 0, 31, ""},
-      {"Key = 0X1F", 0, 0, ""},  // upper-case X is not hexadecimal
-      {"Key =", 0, 0, ""},       // an empty value reads as 0
-      {"Key = -1", 0, 4294967295u, ""},
-      {"Key = 4294967295", 0, 4294967295u, ""},
-      {"Key = 4294967296", -1, 0, above},
-      {"Key = -4294967297", -1, 0, "ERROR: Expected a value >= -4294967296\n"},
-      {"Key = 12abc", 0, 12, ""},  // text after the number is ignored
-      {"Key[2] = 7", 0, 7, ""},
-      {"Key x = 1", -1, 0, ""},  // not a key line of "Key": missing, quietly
-      {"Keyboard = 5", -1, 0, ""},
+      {"[S]\r\nKey=0x1F\r\n", 0, 31, ""},
+      {"[S]\r\nKey = 31\r\n", 0, 31, ""},
+      {"[S]\r\n  key =31\r\n", 0, 31, ""},
+      {"[S]\r\nKEY = +31\r\n", 0, 31, ""},
+      {"[S]\r\n\tKey \t=\t 31\r\n", 0, 31, ""},
+      {"[S]\r\nKey = 0X1F\r\n", 0, 0, ""},  // upper-case X is not hexadecimal
+      {"[S]\r\nKey =\r\n", 0, 0, ""},       // an empty value reads as 0
+      {"[S]\r\nKey = -1\r\n", 0, 4294967295u, ""},
+      {"[S]\r\nKey = 4294967295\r\n", 0, 4294967295u, ""},
+      {"[S]\r\nKey = 4294967296\r\n", -1, 0, above},
+      {"[S]\r\nKey = -4294967297\r\n", -1, 0, "ERROR: Expected a value >= -4294967296\n"},
+      {"[S]\r\nKey = 12abc\r\n", 0, 12, ""},  // text after the number is ignored
+      {"[S]\r\nKey[2] = 7\r\n", 0, 7, ""},
+      {"[S]\r\nKey x = 1\r\n", -1, 0, ""},  // not a key line of "Key": missing, quietly
+      {"[S]\r\nKeyboard = 5\r\n", -1, 0, ""},
+      {"[ S]\r\nKey = 1\r\n", -1, 0, ""},
+      {"[SX]\r\nKey = 1\r\n", -1, 0, ""},
+      {"[s] trailing\r\nKey = 1\r\n", 0, 1, ""},
+      {"  [S]\nKey = 2\n", 0, 2, ""},
+      {"[S]\r\nKey = 1\r\nKey = 2\r\n", 0, 1, ""},              // first key wins
+      {"[S]\r\nA = 1\r\n[S]\r\nKey = 3\r\n", -1, 0, ""},        // first section only
+      {"[S]\r\n[OTHER]\r\nKey = 1\r\n", -1, 0, ""},
+      {"[S]\r\n\r\n\r\n  Key = 4\r\n", 0, 4, ""},
+      {"[S]\rKey = 5\r", 0, 5, ""},
+      {"Key = 9\r\n[S]", -1, 0, ""},  // header without line end
   };
   for (const auto& c : cases) {
-    Load(std::string("[S]\r\n") + c.line + "\r\n");
+    Load(c.text);
     uint32_t v = 123;
     testing::internal::CaptureStdout();
-    EXPECT_EQ(c.result, SETTINGS_GetU32("S", "Key", &v)) << c.line;
-    EXPECT_EQ(c.printed, testing::internal::GetCapturedStdout()) << c.line;
-    EXPECT_EQ(c.value, v) << c.line;
-  }
-}
-
-TEST(SettingsRead, SectionAndKeyLookup) {
-  struct Case {
-    const char* text;
-    int result;
-    uint32_t value;
-  } cases[] = {
-      {"[ GENERAL]\r\nKey = 1\r\n", -1, 0},
-      {"[GENERALX]\r\nKey = 1\r\n", -1, 0},
-      {"[general] trailing\r\nKey = 1\r\n", 0, 1},
-      {"  [GENERAL]\nKey = 2\n", 0, 2},
-      {"[GENERAL]\r\nKey = 1\r\nKey = 2\r\n", 0, 1},                       // first key wins
-      {"[GENERAL]\r\nA = 1\r\n[GENERAL]\r\nKey = 3\r\n", -1, 0},           // first section only
-      {"[GENERAL]\r\n[OTHER]\r\nKey = 1\r\n", -1, 0},
-      {"[GENERAL]\r\n\r\n\r\n  Key = 4\r\n", 0, 4},
-      {"[GENERAL]\rKey = 5\r", 0, 5},
-      {"Key = 9\r\n[GENERAL]", -1, 0},                                     // header without line end
-  };
-  for (const Case& c : cases) {
-    Load(c.text);
-    uint32_t v = 77;
-    EXPECT_EQ(c.result, SETTINGS_GetU32("GENERAL", "Key", &v)) << c.text;
+    EXPECT_EQ(c.result, SETTINGS_GetU32("S", "Key", &v)) << c.text;
+    EXPECT_EQ(c.printed, testing::internal::GetCapturedStdout()) << c.text;
     EXPECT_EQ(c.value, v) << c.text;
   }
-  Load("Key = 9\r\n[GENERAL]\r\nKey = 1\r\n");
+  Load("Key = 9\r\n[S]\r\nKey = 1\r\n");
   uint32_t v;
   EXPECT_EQ(0, SETTINGS_GetU32(nullptr, "Key", &v));
   EXPECT_EQ(9u, v);
