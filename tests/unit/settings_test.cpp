@@ -59,8 +59,8 @@ TEST(SettingsRead, U32ValueFormsAndLookup) {
       {"[SX]\r\nKey = 1\r\n", -1, 0, ""},
       {"[s] trailing\r\nKey = 1\r\n", 0, 1, ""},
       {"  [S]\nKey = 2\n", 0, 2, ""},
-      {"[S]\r\nKey = 1\r\nKey = 2\r\n", 0, 1, ""},              // first key wins
-      {"[S]\r\nA = 1\r\n[S]\r\nKey = 3\r\n", -1, 0, ""},        // first section only
+      {"[S]\r\nKey = 1\r\nKey = 2\r\n", 0, 1, ""},        // first key wins
+      {"[S]\r\nA = 1\r\n[S]\r\nKey = 3\r\n", -1, 0, ""},  // first section only
       {"[S]\r\n[OTHER]\r\nKey = 1\r\n", -1, 0, ""},
       {"[S]\r\n\r\n\r\n  Key = 4\r\n", 0, 4, ""},
       {"[S]\rKey = 5\r", 0, 5, ""},
