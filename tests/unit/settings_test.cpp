@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <sstream>
 #include <string>
@@ -230,7 +231,16 @@ TEST(SettingsIndex, AgreesWithScanning) {
   }
 }
 
-TEST(SettingsFile, SaveOpenAndUnmodifiedSave) {
+std::string Printed(const std::function<void()>& body) {
+  testing::internal::CaptureStdout();
+  body();
+  return testing::internal::GetCapturedStdout();
+}
+
+// New, save, open and close; an unmodified save does not touch the disk; a
+// file that exists is not made new, a missing one not opened, a read-only one
+// not saved over; without an open store, every operation warns.
+TEST(SettingsFile, LifecycleAndRefusals) {
   const std::string path = TempPath("a.pellam");
   unlink(path.c_str());
   ASSERT_EQ(0, SETTINGS_New(path.c_str()));
@@ -246,37 +256,24 @@ TEST(SettingsFile, SaveOpenAndUnmodifiedSave) {
   EXPECT_NE(0, access(path.c_str(), F_OK));
   EXPECT_EQ(0, SETTINGS_Close());
   EXPECT_EQ(0, SETTINGS_IsOpen());
-}
 
-TEST(SettingsFile, Refusals) {
-  const std::string path = TempPath("b.pellam");
   { std::ofstream(path) << "[S]\r\n"; }
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(-1, SETTINGS_New(path.c_str()));
-  EXPECT_EQ("ERROR: File already exist:\n" + path + "\n", testing::internal::GetCapturedStdout());
+  EXPECT_EQ("ERROR: File already exist:\n" + path + "\n", Printed([&] { EXPECT_EQ(-1, SETTINGS_New(path.c_str())); }));
   EXPECT_EQ(0, SETTINGS_IsOpen());
-
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(-1, SETTINGS_Open((path + ".missing").c_str()));
   EXPECT_EQ("ERROR: Could not open file [" + path + ".missing]\nFile not found!\n",
-            testing::internal::GetCapturedStdout());
+            Printed([&] { EXPECT_EQ(-1, SETTINGS_Open((path + ".missing").c_str())); }));
   EXPECT_EQ(nullptr, SETTINGS_GetText(nullptr));
+  EXPECT_EQ("WARNING: No project file opened.\nWARNING: No project file opened.\n", Printed([] {
+              uint32_t v;
+              EXPECT_EQ(-1, SETTINGS_GetU32("S", "K", &v));
+              SETTINGS_SetDec("S", "K", 1);
+            }));
 
-  testing::internal::CaptureStdout();
-  uint32_t v;
-  EXPECT_EQ(-1, SETTINGS_GetU32("S", "K", &v));
-  SETTINGS_SetDec("S", "K", 1);
-  EXPECT_EQ("WARNING: No project file opened.\nWARNING: No project file opened.\n",
-            testing::internal::GetCapturedStdout());
-
-  // A read-only file is left as it is.
   ASSERT_EQ(0, SETTINGS_Open(path.c_str()));
   chmod(path.c_str(), 0444);
   SETTINGS_SetDec("S", "K", 1);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(-2, SETTINGS_Save(nullptr));
   EXPECT_EQ("ERROR: Could not save file [" + path + "]\nFile has read only attribute!\n",
-            testing::internal::GetCapturedStdout());
+            Printed([] { EXPECT_EQ(-2, SETTINGS_Save(nullptr)); }));
   EXPECT_EQ("[S]\r\n", ReadFile(path));
   EXPECT_GT(SETTINGS_GetModified(), 0);
   chmod(path.c_str(), 0644);
