@@ -154,6 +154,18 @@ TEST_F(LogTest, ErrorsAreCollectedAndAFailedTopLevelDisconnects) {
   Capture([] { LOG_EndOp("ok"); });
   EXPECT_EQ(LOG_GetErrorCount(), 0u);
   EXPECT_EQ(DisconnectCalls, 1);
+
+  // Verbosity 0 hides the log, not the warnings, and keeps the error state.
+  LOG_SetVerbosity(0);
+  const std::string quiet = Capture([] {
+    LOG_BeginOp("Op");
+    LOG_ReportError("failed");
+    LOG_ReportWarning("still shown");
+    LOG_EndOp("done");
+  });
+  EXPECT_EQ(quiet, "- WARNING: still shown\r\n");
+  EXPECT_EQ(LOG_GetErrorCount(), 1u);
+  EXPECT_EQ(DisconnectCalls, 2);
 }
 
 TEST_F(LogTest, ErrorTextIsBoundedAndSeparatedByLineFeeds) {
@@ -166,19 +178,6 @@ TEST_F(LogTest, ErrorTextIsBoundedAndSeparatedByLineFeeds) {
   const std::string text = LOG_GetErrorText();
   EXPECT_EQ(text.size(), 4095u);
   EXPECT_EQ(text.substr(0, 1002), chunk + "\n" + "e");
-}
-
-TEST_F(LogTest, VerbosityZeroHidesTheLogButKeepsTheErrorFlag) {
-  LOG_SetVerbosity(0);
-  const std::string out = Capture([] {
-    LOG_BeginOp("Op");
-    LOG_ReportError("failed");
-    LOG_ReportWarning("still shown");
-    LOG_EndOp("done");
-  });
-  EXPECT_EQ(out, "- WARNING: still shown\r\n");
-  EXPECT_EQ(LOG_GetErrorCount(), 1u);
-  EXPECT_EQ(DisconnectCalls, 1);
 }
 
 TEST_F(LogTest, TimedResultLineShowsDuration) {
