@@ -144,6 +144,13 @@ TEST(SettingsWrite, ClampsEmptyWritesReplacementAndDeletion) {
   SETTINGS_DeleteKey("GENERAL", "HostName");
   SETTINGS_DeleteKey("GENERAL", "Missing");
   EXPECT_EQ(std::string::npos, Text().find("HostName"));
+
+  // An array line is cut at 4095 characters and still ends its line.
+  const std::vector<uint8_t> many(1000, 0xAB);
+  Load("[S]\r\n");
+  SETTINGS_SetByteArray("S", "Big", many.data(), 1000);
+  EXPECT_EQ(5u + 4095 + 2, Text().size());
+  EXPECT_EQ("0xAB,0\r\n", Text().substr(Text().size() - 8));
 }
 
 TEST(SettingsWrite, MissingLineEndAndHeaderAtEnd) {
