@@ -2,6 +2,7 @@
 // after the option, whatever they are (operation log with CR LF, plain
 // "ERROR:"/"WARNING:" lines, help), up to the next -pellamlog or the end.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -58,12 +59,13 @@ TEST(PellamLog, HoldsEverythingPrintedAfterTheOption) {
   }
 }
 
-// A later -pellamlog switches files; one that cannot be created is warned
-// about by name, the copy stops, and the run goes on.
+// A later -pellamlog (any case; the glued form skips a blank) switches files;
+// one that cannot be created is warned about by name, the copy stops, and the
+// run goes on. The files are made for the user to read and write.
 TEST(PellamLog, SwitchesAndSurvivesAFileThatCannotBeCreated) {
   TempDir dir;
   const std::string missing = dir.file("no-such-dir/x.log");
-  const RunResult r = RunIn(dir, {"-pellamlog", "a.log", "-open", kSample, "-pellamlogb.log", "-erasechip",
+  const RunResult r = RunIn(dir, {"-pellamlog", "a.log", "-open", kSample, "-PellamLog b.log", "-erasechip",
                                   "-pellamlog", missing, "-verify", "-pellamlog", "c.log", "-readrange0,0xF"});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   const std::string a = dir.read("a.log"), b = dir.read("b.log"), c = dir.read("c.log");
@@ -82,6 +84,11 @@ TEST(PellamLog, SwitchesAndSurvivesAFileThatCannotBeCreated) {
   EXPECT_NE(b.find("Erase operation completed successfully."), std::string::npos) << b;
   EXPECT_EQ(c.rfind("Reading target memory (0x00000000 - 0x0000000F) ...\r\n", 0), 0u) << c;
   EXPECT_NE(c.find("Close project"), std::string::npos) << c;   // shutdown is copied too
+  struct stat st;
+  ASSERT_EQ(stat(dir.file("a.log").c_str(), &st), 0);
+  const mode_t mask = umask(0);
+  umask(mask);
+  EXPECT_EQ(st.st_mode & 0777, 0644u & ~mask);
 }
 
 }  // namespace

@@ -24,12 +24,19 @@ std::string CopyProgram(const TempDir& dir) {
   return copy;
 }
 
+// With no library anywhere the program looks, it stops at start-up.
 TEST(ProbeSearch, NoLibraryAnywhereEndsTheProgramAtStart) {
   if (InstalledLibraryPresent()) GTEST_SKIP() << "a probe library is installed on this machine";
   TempDir dir;
   const std::string copy = CopyProgram(dir);
-  RunResult r = RunProgram({"-erasechip"}, dir.path(), {}, 60, copy);
+  RunResult r =
+      RunProgram({"-erasechip"}, dir.path(),
+                 {"LD_PRELOAD=" PELLAM_DLOPEN_LOG_LIB, "PELLAM_DLOPEN_LOG=" + dir.file("opened.txt")}, 60, copy);
   EXPECT_EQ(r.exitStatus, 1);
+  // Beside the program, then the install directory and its versioned file.
+  const std::string beside = dir.file("libtarloarm.so") + "\n";
+  EXPECT_EQ(dir.read("opened.txt"),
+            beside + beside + "/opt/Valmik/Tarlo/libtarloarm.so\n/opt/Valmik/Tarlo/libtarloarm.so.5\n");
   const std::string msg = "Could not open Tarlo shared library. Exiting now.\n";
   ASSERT_GE(r.out.size(), msg.size()) << r.out;
   EXPECT_EQ(r.out.substr(r.out.size() - msg.size()), msg) << r.out;

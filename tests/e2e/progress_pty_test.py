@@ -112,6 +112,11 @@ def main():
             shown = re.findall(r"\r\x1b\[K" + phase + r": [^\r]*", text)
             check(len(shown) >= 2, "%s progress is shown while it runs: %r" % (phase, shown))
             check(any(" 100 %" in s for s in shown), "%s progress reaches 100 %%: %r" % (phase, shown[-1:]))
+            # The amount done and its share only grow, through values between 0 and 100 %.
+            values = [(float(m.group(1)), int(m.group(2))) for m in
+                      (re.search(r": ([\d.]+) of .*?, (\d+) %", s) for s in shown) if m]
+            check(len(values) == len(shown) and values == sorted(values), "%s progress only grows: %r" % (phase, shown))
+            check(any(0 < p < 100 for _, p in values), "%s progress shows values on the way: %r" % (phase, shown))
             check(any(" left" in s for s in shown), "%s progress tells the time left" % phase)
         check(re.search(r"Erasing: \d+ of 2 sectors", text) is not None, "erase counts the two changed sectors")
         check(re.search(r"Programming: [\d.]+ of 128\.0 KiB", text) is not None, "program counts the bytes")

@@ -1,5 +1,4 @@
-// The progress phases of the operation log, the progress line's text, and
-// the -pellamlog copy of standard output.
+// The progress phases of the operation log and the progress line's text.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -8,7 +7,6 @@
 
 #include "app/log.h"
 #include "app/progress.h"
-#include "tests/e2e/run_program.h"
 
 namespace {
 
@@ -117,33 +115,6 @@ TEST(ProgressLine, Text) {
   char small[12];
   PROGRESS_FormatLine(small, sizeof small, "Programming", 1, 2, LOG_PROGRESS_BYTES, 10);
   EXPECT_STREQ(small, "Programming");  // cut at the buffer, always terminated
-}
-
-// The copy holds exactly the bytes written to standard output while it is set.
-TEST(CopyFile, HoldsTheConsoleBytesUntilSwitched) {
-  TempDir dir;
-  LOG_SetVerbosity(3);
-  std::string first, second;
-  const std::string out = Capture([&] {
-    LOG_Printf("before\n");
-    ASSERT_EQ(LOG_SetCopyFile(dir.file("a.log").c_str()), 0);
-    LOG_BeginOp("Opening ...");
-    LOG_ReportError("bad\n");
-    LOG_Warning("careful");
-    LOG_Pop();
-    first = dir.read("a.log");                   // written as it goes, nothing waits in a buffer
-    ASSERT_EQ(LOG_SetCopyFile(dir.file("b.log").c_str()), 0);
-    LOG_Printf("after\n");
-    EXPECT_EQ(LOG_SetCopyFile(dir.file("missing/c.log").c_str()), -1);
-    LOG_Printf("uncopied\n");
-    second = dir.read("b.log");
-  });
-  LOG_SetCopyFile(nullptr);
-  EXPECT_EQ(out, "before\nOpening ...\r\n- ERROR: bad\r\nWARNING: careful\nafter\nuncopied\n");
-  EXPECT_EQ(first, "Opening ...\r\n- ERROR: bad\r\nWARNING: careful\n");
-  EXPECT_EQ(dir.read("a.log"), first);
-  EXPECT_EQ(second, "after\n");
-  EXPECT_FALSE(dir.exists("missing/c.log"));
 }
 
 }  // namespace

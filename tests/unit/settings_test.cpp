@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <sstream>
 #include <string>
@@ -15,7 +16,6 @@
 #include "project/appini.h"
 #include "project/settings.h"
 #include "project/settings_internal.h"
-#include "project/settings_scan.h"
 #include "tests/e2e/run_program.h"
 
 namespace {
@@ -32,72 +32,50 @@ std::string TempPath(const char* name) {
   return ::testing::TempDir() + "settings_" + std::to_string(getpid()) + "_" + name;
 }
 
-struct U32Case {
-  const char* line;
-  int result;
-  uint32_t value;
-};
-
-TEST(SettingsRead, U32ValueForms) {
-  const U32Case cases[] = {
-      {"Key=0x1F", 0, 31},
-      {"Key = 31", 0, 31},
-      {"  key =31", 0, 31},
-      {"KEY = +31", 0, 31},
-      {"\tKey \t=\t 31", 0, 31},
-      {"Key = 0X1F", 0, 0},        // upper-case X is not hexadecimal
-      {"Key =", 0, 0},             // an empty value reads as 0
-      {"Key = -1", 0, 4294967295u},
-      {"Key = 4294967295", 0, 4294967295u},
-      {"Key = 4294967296", -1, 0},
-      {"Key = -4294967297", -1, 0},
-      {"Key = 12abc", 0, 12},      // text after the number is ignored
-      {"Key[2] = 7", 0, 7},
-      {"Key x = 1", -1, 0},        // not a key line of "Key": missing
-      {"Keyboard = 5", -1, 0},
-  };
-  for (const U32Case& c : cases) {
-    Load(std::string("[S]\r\n") + c.line + "\r\n");
-    uint32_t v = 123;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(c.result, SETTINGS_GetU32("S", "Key", &v)) << c.line;
-    testing::internal::GetCapturedStdout();
-    EXPECT_EQ(c.value, v) << c.line;
-  }
-}
-
-TEST(SettingsRead, RangeMessage) {
-  Load("[S]\r\nKey = 4294967296\r\n");
-  uint32_t v;
-  testing::internal::CaptureStdout();
-  SETTINGS_GetU32("S", "Key", &v);
-  EXPECT_EQ("ERROR: Expected a value <= 4294967295\n", testing::internal::GetCapturedStdout());
-}
-
-TEST(SettingsRead, SectionAndKeyLookup) {
-  struct Case {
+// "Key" of [S] read from each text: the result, the value, what is printed.
+TEST(SettingsRead, U32ValueFormsAndLookup) {
+  const std::string above = "ERROR: Expected a value <= 4294967295\n";
+  const struct {
     const char* text;
     int result;
     uint32_t value;
+    std::string printed;
   } cases[] = {
-      {"[ GENERAL]\r\nKey = 1\r\n", -1, 0},
-      {"[GENERALX]\r\nKey = 1\r\n", -1, 0},
-      {"[general] trailing\r\nKey = 1\r\n", 0, 1},
-      {"  [GENERAL]\nKey = 2\n", 0, 2},
-      {"[GENERAL]\r\nKey = 1\r\nKey = 2\r\n", 0, 1},                       // first key wins
-      {"[GENERAL]\r\nA = 1\r\n[GENERAL]\r\nKey = 3\r\n", -1, 0},           // first section only
-      {"[GENERAL]\r\n[OTHER]\r\nKey = 1\r\n", -1, 0},
-      {"[GENERAL]\r\n\r\n\r\n  Key = 4\r\n", 0, 4},
-      {"[GENERAL]\rKey = 5\r", 0, 5},
-      {"Key = 9\r\n[GENERAL]", -1, 0},                                     // header without line end
+      {"[S]\r\nKey=0x1F\r\n", 0, 31, ""},
+      {"[S]\r\nKey = 31\r\n", 0, 31, ""},
+      {"[S]\r\n  key =31\r\n", 0, 31, ""},
+      {"[S]\r\nKEY = +31\r\n", 0, 31, ""},
+      {"[S]\r\n\tKey \t=\t 31\r\n", 0, 31, ""},
+      {"[S]\r\nKey = 0X1F\r\n", 0, 0, ""},  // upper-case X is not hexadecimal
+      {"[S]\r\nKey =\r\n", 0, 0, ""},       // an empty value reads as 0
+      {"[S]\r\nKey = -1\r\n", 0, 4294967295u, ""},
+      {"[S]\r\nKey = 4294967295\r\n", 0, 4294967295u, ""},
+      {"[S]\r\nKey = 4294967296\r\n", -1, 0, above},
+      {"[S]\r\nKey = -4294967297\r\n", -1, 0, "ERROR: Expected a value >= -4294967296\n"},
+      {"[S]\r\nKey = 12abc\r\n", 0, 12, ""},  // text after the number is ignored
+      {"[S]\r\nKey[2] = 7\r\n", 0, 7, ""},
+      {"[S]\r\nKey x = 1\r\n", -1, 0, ""},  // not a key line of "Key": missing, quietly
+      {"[S]\r\nKeyboard = 5\r\n", -1, 0, ""},
+      {"[ S]\r\nKey = 1\r\n", -1, 0, ""},
+      {"[SX]\r\nKey = 1\r\n", -1, 0, ""},
+      {"[s] trailing\r\nKey = 1\r\n", 0, 1, ""},
+      {"  [S]\nKey = 2\n", 0, 2, ""},
+      {"[S]\r\nKey = 1\r\nKey = 2\r\n", 0, 1, ""},        // first key wins
+      {"[S]\r\nA = 1\r\n[S]\r\nKey = 3\r\n", -1, 0, ""},  // first section only
+      {"[S]\r\n[OTHER]\r\nKey = 1\r\n", -1, 0, ""},
+      {"[S]\r\n\r\n\r\n  Key = 4\r\n", 0, 4, ""},
+      {"[S]\rKey = 5\r", 0, 5, ""},
+      {"Key = 9\r\n[S]", -1, 0, ""},  // header without line end
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     Load(c.text);
-    uint32_t v = 77;
-    EXPECT_EQ(c.result, SETTINGS_GetU32("GENERAL", "Key", &v)) << c.text;
+    uint32_t v = 123;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(c.result, SETTINGS_GetU32("S", "Key", &v)) << c.text;
+    EXPECT_EQ(c.printed, testing::internal::GetCapturedStdout()) << c.text;
     EXPECT_EQ(c.value, v) << c.text;
   }
-  Load("Key = 9\r\n[GENERAL]\r\nKey = 1\r\n");
+  Load("Key = 9\r\n[S]\r\nKey = 1\r\n");
   uint32_t v;
   EXPECT_EQ(0, SETTINGS_GetU32(nullptr, "Key", &v));
   EXPECT_EQ(9u, v);
@@ -166,6 +144,13 @@ TEST(SettingsWrite, ClampsEmptyWritesReplacementAndDeletion) {
   SETTINGS_DeleteKey("GENERAL", "HostName");
   SETTINGS_DeleteKey("GENERAL", "Missing");
   EXPECT_EQ(std::string::npos, Text().find("HostName"));
+
+  // An array line is cut at 4095 characters and still ends its line.
+  const std::vector<uint8_t> many(1000, 0xAB);
+  Load("[S]\r\n");
+  SETTINGS_SetByteArray("S", "Big", many.data(), 1000);
+  EXPECT_EQ(5u + 4095 + 2, Text().size());
+  EXPECT_EQ("0xAB,0\r\n", Text().substr(Text().size() - 8));
 }
 
 TEST(SettingsWrite, MissingLineEndAndHeaderAtEnd) {
@@ -177,20 +162,15 @@ TEST(SettingsWrite, MissingLineEndAndHeaderAtEnd) {
   EXPECT_EQ("[A]\r\n  X = 1\r\n[FLASH]\r\n[FLASH]\r\n  Z = 3\r\n", Text());
 }
 
+// A text of several 8 KiB buffers, every key still found.
 TEST(SettingsWrite, GrowsBeyondOneBuffer) {
   Load("");
-  for (int i = 0; i < 1000; ++i) {
-    char key[32];
-    snprintf(key, sizeof key, "Key%04d", i);
-    SETTINGS_SetHex32("BIG", key, static_cast<uint32_t>(i));
-  }
+  for (uint32_t i = 0; i < 1000; ++i) SETTINGS_SetHex32("BIG", ("Key" + std::to_string(i)).c_str(), i);
   EXPECT_GT(Text().size(), 2u * 8192);
-  for (int i = 0; i < 1000; i += 97) {
-    char key[32];
-    snprintf(key, sizeof key, "Key%04d", i);
+  for (uint32_t i = 0; i < 1000; i += 97) {
     uint32_t v = 0;
-    EXPECT_EQ(0, SETTINGS_GetU32("BIG", key, &v));
-    EXPECT_EQ(static_cast<uint32_t>(i), v);
+    EXPECT_EQ(0, SETTINGS_GetU32("BIG", ("Key" + std::to_string(i)).c_str(), &v));
+    EXPECT_EQ(i, v);
   }
 }
 
@@ -258,7 +238,16 @@ TEST(SettingsIndex, AgreesWithScanning) {
   }
 }
 
-TEST(SettingsFile, SaveOpenAndUnmodifiedSave) {
+std::string Printed(const std::function<void()>& body) {
+  testing::internal::CaptureStdout();
+  body();
+  return testing::internal::GetCapturedStdout();
+}
+
+// New, save, open and close; an unmodified save does not touch the disk; a
+// file that exists is not made new, a missing one not opened, a read-only one
+// not saved over; without an open store, every operation warns.
+TEST(SettingsFile, LifecycleAndRefusals) {
   const std::string path = TempPath("a.pellam");
   unlink(path.c_str());
   ASSERT_EQ(0, SETTINGS_New(path.c_str()));
@@ -274,90 +263,37 @@ TEST(SettingsFile, SaveOpenAndUnmodifiedSave) {
   EXPECT_NE(0, access(path.c_str(), F_OK));
   EXPECT_EQ(0, SETTINGS_Close());
   EXPECT_EQ(0, SETTINGS_IsOpen());
-}
 
-TEST(SettingsFile, Refusals) {
-  const std::string path = TempPath("b.pellam");
   { std::ofstream(path) << "[S]\r\n"; }
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(-1, SETTINGS_New(path.c_str()));
-  EXPECT_EQ("ERROR: File already exist:\n" + path + "\n", testing::internal::GetCapturedStdout());
+  EXPECT_EQ("ERROR: File already exist:\n" + path + "\n", Printed([&] { EXPECT_EQ(-1, SETTINGS_New(path.c_str())); }));
   EXPECT_EQ(0, SETTINGS_IsOpen());
-
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(-1, SETTINGS_Open((path + ".missing").c_str()));
   EXPECT_EQ("ERROR: Could not open file [" + path + ".missing]\nFile not found!\n",
-            testing::internal::GetCapturedStdout());
+            Printed([&] { EXPECT_EQ(-1, SETTINGS_Open((path + ".missing").c_str())); }));
   EXPECT_EQ(nullptr, SETTINGS_GetText(nullptr));
+  EXPECT_EQ("WARNING: No project file opened.\nWARNING: No project file opened.\n", Printed([] {
+              uint32_t v;
+              EXPECT_EQ(-1, SETTINGS_GetU32("S", "K", &v));
+              SETTINGS_SetDec("S", "K", 1);
+            }));
 
-  testing::internal::CaptureStdout();
-  uint32_t v;
-  EXPECT_EQ(-1, SETTINGS_GetU32("S", "K", &v));
-  SETTINGS_SetDec("S", "K", 1);
-  EXPECT_EQ("WARNING: No project file opened.\nWARNING: No project file opened.\n",
-            testing::internal::GetCapturedStdout());
-
-  // A read-only file is left as it is.
   ASSERT_EQ(0, SETTINGS_Open(path.c_str()));
   chmod(path.c_str(), 0444);
   SETTINGS_SetDec("S", "K", 1);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(-2, SETTINGS_Save(nullptr));
   EXPECT_EQ("ERROR: Could not save file [" + path + "]\nFile has read only attribute!\n",
-            testing::internal::GetCapturedStdout());
+            Printed([] { EXPECT_EQ(-2, SETTINGS_Save(nullptr)); }));
   EXPECT_EQ("[S]\r\n", ReadFile(path));
   EXPECT_GT(SETTINGS_GetModified(), 0);
   chmod(path.c_str(), 0644);
   unlink(path.c_str());
 }
 
-// The one line scanner under the two stores' rules: where they agree and
-// the three places they differ (case, a header without a line end, what may
-// follow a key's name).
-TEST(SettingsScanner, ProjectAndApplicationRules) {
-  constexpr SettingsScanRules kProject{true, true, true};
-  constexpr SettingsScanRules kApp{false, false, false};
-  struct Case {
-    const char* text;
-    const char* section;
-    const char* key;
-    int64_t project;  // key line start, or -1
-    int64_t app;
-  } cases[] = {
-      {"[S]\r\nK = 1\r\n", "S", "K", 5, 5},
-      {"[s]\r\nk = 1\r\n", "S", "K", 5, -1},
-      {"[S]\r\n\r\n\r\n  K=1\r\n", "S", "K", 9, 9},
-      {"[S]\r\nK\t= 1\r\n", "S", "K", 5, -1},
-      {"[S]\r\nK x\r\n", "S", "K", -1, 5},
-      {"[S]\r\nK[2] = 1,2\r\n", "S", "K", 5, -1},
-      {"[S]\r\nKa = 1\r\nK = 2\r\n", "S", "K", 13, 13},
-      {"[S]\r\n[T]\r\nK = 1\r\n", "S", "K", -1, -1},
-      {"[ S]\r\nK = 1\r\n", "S", "K", -1, -1},
-      {"[S]x\nK = 1", "S", "K", 5, 5},
-      {"K = 1\r\n[S]", "S", "K", -1, -1},
-  };
-  for (const Case& c : cases) {
-    const uint32_t n = static_cast<uint32_t>(strlen(c.text));
-    for (const bool app : {false, true}) {
-      const SettingsScan scan{c.text, n, app ? kApp : kProject};
-      const uint32_t body = scan.FindSection(c.section);
-      const uint32_t line = body == SettingsScan::kNotFound ? body : scan.FindKey(body, c.key);
-      const int64_t want = app ? c.app : c.project;
-      EXPECT_EQ(want, line == SettingsScan::kNotFound ? -1 : static_cast<int64_t>(line)) << c.text << app;
-    }
-  }
-  // A header on the last line: no section for the project file, an empty
-  // body at the end for the application store.
-  EXPECT_EQ(SettingsScan::kNotFound, (SettingsScan{"[S]", 3, kProject}.FindSection("S")));
-  EXPECT_EQ(3u, (SettingsScan{"[S]", 3, kApp}.FindSection("S")));
-}
-
 TEST(AppSettings, CaseSensitiveStoreWrittenAfterEveryChange) {
   const std::string path = TempPath("app.ini");
   unlink(path.c_str());
   APPINI_SetFile(path.c_str(), nullptr);
-  char buf[64];
+  char buf[64] = "stale";
   EXPECT_EQ(-1, APPINI_GetString("PROJECT", "Current", buf, sizeof buf));
+  EXPECT_STREQ("", buf);
   EXPECT_EQ(0, APPINI_SetString("PROJECT", "Current", "a.pellam"));
   EXPECT_EQ("[PROJECT]\r\nCurrent=\"a.pellam\"\r\n", ReadFile(path));
   EXPECT_EQ(0, APPINI_SetHex8("PROJECT", "Flags", 0x1A5));
@@ -365,8 +301,12 @@ TEST(AppSettings, CaseSensitiveStoreWrittenAfterEveryChange) {
   EXPECT_EQ(0, APPINI_SetDec("OTHER", "Count", 42));
   EXPECT_EQ("[PROJECT]\r\nCurrent=\"b.pellam\"\r\nFlags = 0xA5\r\n[OTHER]\r\nCount = 42\r\n", ReadFile(path));
 
-  // A new name makes the store read the file anew.
-  { std::ofstream(path, std::ios::binary) << "[project]\r\nCurrent=\"x\"\r\n[PROJECT]\r\nFlags = 0x1F\r\nN = 7\r\nBad = 7\r\n"; }
+  // A new name makes the store read the file anew. A key is followed by '='
+  // or a space, nothing else.
+  {
+    std::ofstream(path, std::ios::binary) << "[project]\r\nCurrent=\"x\"\r\n[PROJECT]\r\nFlags = 0x1F\r\nN = 7\r\n"
+                                             "Bad = 7\r\nTab\t= 0x2\r\nSp 0x3\r\n";
+  }
   APPINI_SetFile("", nullptr);
   APPINI_SetFile(path.c_str(), nullptr);
   EXPECT_EQ(-1, APPINI_GetString("PROJECT", "Current", buf, sizeof buf));  // [project] is another section
@@ -377,6 +317,9 @@ TEST(AppSettings, CaseSensitiveStoreWrittenAfterEveryChange) {
   EXPECT_EQ(0, APPINI_GetDec("PROJECT", "N", &d));
   EXPECT_EQ(7, d);
   EXPECT_EQ(-1, APPINI_GetU32("PROJECT", "flags", &u));  // key names are case-sensitive
+  EXPECT_EQ(-1, APPINI_GetU32("PROJECT", "Tab", &u));
+  EXPECT_EQ(0, APPINI_GetU32("PROJECT", "Sp", &u));
+  EXPECT_EQ(3u, u);
   EXPECT_EQ(0, APPINI_GetRaw("PROJECT", "Flags", buf, sizeof buf));
   EXPECT_STREQ("0x1F", buf);
   static std::string reported;
