@@ -9,10 +9,12 @@
 #include <chrono>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "app/log.h"
 #include "flash/flash.h"
+#include "flash/flashdb.h"
 #include "flash/spi.h"
 #include "tests/unit/flashdb_fakes.h"
 
@@ -128,6 +130,58 @@ TEST_F(Connection, NoOpenAfterTheExitHookRan) {
         std::exit(open == -1 && connect == 1 && fake::probe().calls.empty() ? 0 : 1);
       },
       testing::ExitedWithCode(0), "");
+}
+
+// Stand-alone detection closes the probe whatever it finds; the current chip
+// and its table entry follow what was found.
+TEST_F(Connection, DetectFlashSelectsTheChipAndClosesTheProbe) {
+  const std::pair<std::vector<uint8_t>, const char*> cases[] = {
+      {{0xC2, 0x20, 0x18}, "MX25L12873F"}, {{0x7F, 0x7F, 0x20, 0xBA, 0x18}, "N25Q128A"}, {{0x12, 0x34, 0x56}, nullptr}};
+  for (const auto& [id, part] : cases) {
+    SCOPED_TRACE(part ? part : "unknown");
+    fake::Reset();
+    FLASHDB_SelectChip(-1);
+    fake::QueueId(id);
+    int result = 1;
+    Quiet([&] { result = SPI_DetectFlash(); });
+    EXPECT_EQ(result, part ? 0 : -1);
+    ASSERT_FALSE(fake::probe().calls.empty());
+    EXPECT_EQ(fake::probe().calls.back(), "Close");
+    FlashChipEntry e{};
+    EXPECT_EQ(FLASHDB_GetEntry(FLASHDB_GetCurrentIndex(), &e), part ? 0 : -1);
+    if (part) EXPECT_STREQ(e.Part, part);
+  }
+  FlashChipEntry e{};
+  EXPECT_EQ(FLASHDB_GetEntry(0, nullptr), -1);
+  EXPECT_EQ(FLASHDB_GetEntry(FLASHDB_GetNumEntries(), &e), -1);
+}
+
+// The project's sector count and a sector's place, held at 32 bits.
+TEST(ChipDatabase, SectorGeometryOfTheProjectHoldsAtTheLimit) {
+  struct Case {
+    uint32_t sectorShift, numPages, sectors, sector, start, size;
+  };
+  const Case cases[] = {
+      {12, 8192, 512, 3, 0x3000, 0x1000},  // 2 MiB of 4 KiB sectors
+      {16, 65536, 256, 255, 0xFF0000, 0x10000},
+      {0, 0xFFFFFFFF, 0xFFFFFFFF, 7, 7, 1},            // count held at 32 bits
+      {16, 65536, 256, 0x10000, 0xFFFFFFFF, 0x10000},  // start held at 32 bits
+      {40, 65536, 0, 0, 0, 0xFFFFFFFF},                // a sector beyond the address space
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << "sector shift " << c.sectorShift << ", pages " << c.numPages);
+    fake::Reset();
+    FlashParams& p = fake::project().flash;
+    p.PageSizeShift = 8;
+    p.SectorSizeShift = c.sectorShift;
+    p.NumPages = c.numPages;
+    EXPECT_EQ(FLASHDB_GetNumSectors(), c.sectors);
+    uint32_t start = 1, size = 1;
+    FLASHDB_GetSectorInfo(c.sector, &start, &size);
+    EXPECT_EQ(start, c.start);
+    EXPECT_EQ(size, c.size);
+    FLASHDB_GetSectorInfo(c.sector, nullptr, nullptr);  // outputs are optional
+  }
 }
 
 // Every frame the unprotect step sends, status reads included.
