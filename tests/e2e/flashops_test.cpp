@@ -120,26 +120,6 @@ TEST(FlashOps, AutoTouchesOnlyWhatChanges) {
   EXPECT_EQ(b.Flash().substr(8 * kSector, 7), Bytes(7, '\xFF'));
 }
 
-// The default project detects the chip at the connect; the action then uses
-// the detected chip's size and its own 4-byte opcodes, with no mode switch.
-TEST(FlashOps, ActionAfterDetectionUsesTheDetectedChip) {
-  Rig b;
-  b.chip = "C22019";
-  b.project = "";
-  const Bytes image = Pattern(0x3000, 5);
-  b.dir.write("d.bin", image);
-  b.SetFlash(0x1000000, Bytes(16, '\0'), 32u << 20);
-  RunResult r = b.Run({"-verbose9", "-open", b.dir.file("d.bin"), "0x1000000", "-auto"});
-  ASSERT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_TRUE(Has(r, "Found SPI Flash: Macronix MX25L25735F")) << r.out;
-  EXPECT_TRUE(Has(r, "Auto programming target (12288 bytes, 1 range) ...")) << r.out;
-  EXPECT_EQ(AddrsOf(b.FramesWith(0xDC, 5), 4), std::vector<uint32_t>{0x1000000});
-  EXPECT_EQ(b.FramesWith(0x12, 5 + 256).size(), 0x30u);
-  EXPECT_FALSE(b.FramesWith(0x13, 5).empty());
-  EXPECT_TRUE(b.FramesWith(0xB7).empty());
-  EXPECT_EQ(b.Flash().substr(0x1000000, image.size()), image);
-}
-
 // ---- Program, verify, fit ----
 
 // Without data, or with data past the end of the chip, nothing is sent;
@@ -170,20 +150,36 @@ TEST(FlashOps, ActionsWithoutDataOrBeyondTheChipAreRefused) {
   }
 }
 
-// A 4 GiB chip: data ending at the last address is erased, programmed,
-// verified and read back without running past it. The simulated part is
-// smaller and takes the addresses modulo its size.
-TEST(FlashOps, DataEndingAtTheLastAddressOfA4GiBChip) {
+// A chip with 4-byte opcodes. The default project detects it at the
+// connect, and the action then uses its size and own opcodes, with no mode
+// switch. Given as 4 GiB, data ending at the last address is erased,
+// programmed, verified and read back without running past it (the simulated
+// part is smaller and takes the addresses modulo its size).
+TEST(FlashOps, DetectedChipAndDataEndingAtTheLastAddressOf4GiB) {
   Rig b;
   b.chip = "C22019";
+  b.project = "";
+  Bytes image = Pattern(0x3000, 5);
+  b.dir.write("d.bin", image);
+  b.SetFlash(0x1000000, Bytes(16, '\0'), 32u << 20);
+  RunResult r = b.Run({"-verbose9", "-open", b.dir.file("d.bin"), "0x1000000", "-auto"});
+  ASSERT_EQ(r.exitStatus, 0) << r.out;
+  EXPECT_TRUE(Has(r, "Found SPI Flash: Macronix MX25L25735F")) << r.out;
+  EXPECT_TRUE(Has(r, "Auto programming target (12288 bytes, 1 range) ...")) << r.out;
+  EXPECT_EQ(AddrsOf(b.FramesWith(0xDC, 5), 4), std::vector<uint32_t>{0x1000000});
+  EXPECT_EQ(b.FramesWith(0x12, 5 + 256).size(), 0x30u);
+  EXPECT_FALSE(b.FramesWith(0x13, 5).empty());
+  EXPECT_TRUE(b.FramesWith(0xB7).empty());
+  EXPECT_EQ(b.Flash().substr(0x1000000, image.size()), image);
+
   b.project = "[FLASH]\n  AutoDetect = 0\n  abID[3] = 0xC2,0x20,0x19\n  NumPages = 0x01000000\n"
               "[SPI]\n  NumAddrBytes = 0x04\n  CmdWritePage = 0x12\n  CmdReadData = 0x13\n  CmdEraseSector = 0xDC\n";
   const uint32_t simAt = (32u << 20) - 0x300;  // where 0xFFFFFD00 lands
-  b.SetFlash(simAt, Bytes(16, '\0'), 32u << 20);
-  const Bytes image = Pattern(0x300, 12);
+  b.SetFlash(simAt, Bytes(16, '\0'));
+  image = Pattern(0x300, 12);
   b.dir.write("d.bin", image);
-  RunResult r = b.Run({"-verbose9", "-open", b.dir.file("d.bin"), "0xFFFFFD00", "-auto",
-                       "-readrange0xFFFFFD00,0xFFFFFFFF", "-saveas", b.dir.file("r.bin")});
+  r = b.Run({"-verbose9", "-open", b.dir.file("d.bin"), "0xFFFFFD00", "-auto", "-readrange0xFFFFFD00,0xFFFFFFFF",
+             "-saveas", b.dir.file("r.bin")});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_TRUE(Has(r, "- 1 of 65536 sectors affected, 1 range, 0xFFFF0000 - 0xFFFFFFFF\n")) << r.out;
   EXPECT_TRUE(Has(r, "Target erased, programmed and verified successfully.")) << r.out;

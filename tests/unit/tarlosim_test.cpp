@@ -62,7 +62,6 @@ struct Sim {
     for (size_t i = 0; i < script.size(); i++)
       EXPECT_EQ(Cmd(script[i].first, script[i].second.size()), script[i].second) << "frame " << i;
   }
-  uint8_t Status(uint8_t op = 0x05) { return Cmd({op}, 1)[0]; }
   // Write enable, then a page program with three address bytes.
   void Program(uint32_t a, const Bytes& data) {
     Cmd({0x06});
@@ -121,7 +120,7 @@ TEST(TarloSim, ModelTimingKeepsTheChipBusy) {
     s.Program(0x100, {0x00});  // ignored while busy
     EXPECT_EQ(s.Read(0, 1)[0], 0xFF) << "reads are ignored while busy";
     int polls = 1;
-    while ((s.Status(c.status) & c.busyMask) == c.busyValue) polls++;
+    while ((s.Cmd({c.status}, 1)[0] & c.busyMask) == c.busyValue) polls++;
     EXPECT_GT(polls, c.minPolls);
     EXPECT_LT(polls, c.maxPolls);
     EXPECT_EQ(s.Read(0, 1)[0], 0x00);
