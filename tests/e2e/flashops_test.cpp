@@ -152,7 +152,7 @@ TEST(FlashOps, ActionsWithoutDataOrBeyondTheChipAreRefused) {
 
 // A chip with 4-byte opcodes. The default project detects it at the
 // connect, and the action then uses its size and own opcodes, with no mode
-// switch. Given as 4 GiB, data ending at the last address is erased,
+// switch. Given as 4 GiB, data ending at the last address is read, erased,
 // programmed, verified and read back without running past it (the simulated
 // part is smaller and takes the addresses modulo its size).
 TEST(FlashOps, DetectedChipAndDataEndingAtTheLastAddressOf4GiB) {
@@ -174,12 +174,16 @@ TEST(FlashOps, DetectedChipAndDataEndingAtTheLastAddressOf4GiB) {
 
   b.project = "[FLASH]\n  AutoDetect = 0\n  abID[3] = 0xC2,0x20,0x19\n  NumPages = 0x01000000\n"
               "[SPI]\n  NumAddrBytes = 0x04\n  CmdWritePage = 0x12\n  CmdReadData = 0x13\n  CmdEraseSector = 0xDC\n";
+  // The image as Intel HEX, read from the chip; then the chip is made to
+  // need an erase there.
   const uint32_t simAt = (32u << 20) - 0x300;  // where 0xFFFFFD00 lands
-  b.SetFlash(simAt, Bytes(16, '\0'));
   image = Pattern(0x300, 12);
-  b.dir.write("d.bin", image);
-  r = b.Run({"-verbose9", "-open", b.dir.file("d.bin"), "0xFFFFFD00", "-auto", "-readrange0xFFFFFD00,0xFFFFFFFF",
-             "-saveas", b.dir.file("r.bin")});
+  b.SetFlash(simAt, image);
+  RunResult read = b.Run({"-readrange0xFFFFFD00,0xFFFFFFFF", "-saveas", b.dir.file("d.hex")});
+  ASSERT_EQ(read.exitStatus, 0) << read.out;
+  b.SetFlash(simAt, Bytes(16, '\0') + Bytes(0x2F0, '\xFF'));
+  r = b.Run({"-verbose9", "-open", b.dir.file("d.hex"), "-auto", "-readrange0xFFFFFD00,0xFFFFFFFF", "-saveas",
+             b.dir.file("r.hex")});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_TRUE(Has(r, "- 1 of 65536 sectors affected, 1 range, 0xFFFF0000 - 0xFFFFFFFF\n")) << r.out;
   EXPECT_TRUE(Has(r, "Target erased, programmed and verified successfully.")) << r.out;
@@ -187,7 +191,7 @@ TEST(FlashOps, DetectedChipAndDataEndingAtTheLastAddressOf4GiB) {
   EXPECT_EQ(AddrsOf(b.FramesWith(0xDC, 5), 4), std::vector<uint32_t>{0xFFFF0000});
   EXPECT_EQ(AddrsOf(b.FramesWith(0x12, 5 + 256), 4), (std::vector<uint32_t>{0xFFFFFD00, 0xFFFFFE00, 0xFFFFFF00}));
   EXPECT_EQ(b.Flash().substr(simAt), image);
-  EXPECT_EQ(b.dir.read("r.bin"), image);
+  EXPECT_EQ(b.dir.read("r.hex"), b.dir.read("d.hex"));
 }
 
 // ---- Erase ----
