@@ -21,7 +21,6 @@
 #include "flash/flash.h"
 #include "flash/flashdb.h"
 #include "flash/spi.h"
-#include "project/project.h"
 #include "project/seq.h"
 #include "tests/unit/flashdb_fakes.h"
 

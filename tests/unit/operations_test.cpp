@@ -2,7 +2,6 @@
 // framing, status interpretation and batch sizing.
 #include <gtest/gtest.h>
 
-#include <string>
 #include <utility>
 #include <vector>
 
