@@ -10,43 +10,40 @@
 
 namespace {
 
-constexpr uint32_t kChipSize = 16u << 20;
 constexpr uint32_t kSector = 0x10000;
 
 using Bytes = std::string;
 
 // ---- Framing and batching ----
 
-// Page frames carry three or four address bytes, each after a write enable
-// and before a status poll, at most 32 pages a batch; blank pages stay off
-// the wire unless the project says otherwise.
+// Page frames carry their address bytes, each after a write enable and
+// before a status poll, at most 32 pages a batch; blank pages stay off the
+// wire unless the project says otherwise. A protected chip is unprotected
+// first; with real timing it stays busy after the status-register write, and
+// the first write enable must not be sent into that busy time.
 TEST(FlashOps, PagesAreFramedBatchedAndBlankOnesSkipped) {
-  struct Case { const char* chip; int addrBytes; uint8_t writePage; const char* project; bool skipBlank; };
+  struct Case { const char* project; bool skipBlank; std::vector<std::string> env; };
   const Case cases[] = {
-      {"C22018", 3, 0x02, "", true},
-      {"C22019", 4, 0x12,
-       "[FLASH]\n  AutoDetect = 0\n  abID[3] = 0xC2,0x20,0x19\n  NumPages = 0x00020000\n"
-       "[SPI]\n  NumAddrBytes = 0x04\n  CmdWritePage = 0x12\n  CmdReadData = 0x13\n  CmdEraseSector = 0xDC\n",
-       true},
-      {"C22018", 3, 0x02, "[PERFORMANCE]\n  DisableSkipBlankDataOnProgram = 0x00000001\n", false},
+      {"", true, {}},
+      {"[PERFORMANCE]\n  DisableSkipBlankDataOnProgram = 0x00000001\n", false, {}},
+      {"", true, {"TARLOSIM_FAULT=protected", "TARLOSIM_TIMING=model"}},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.project);
+    SCOPED_TRACE(c.project + (c.env.empty() ? "" : c.env[0]));
     Rig b;
-    b.chip = c.chip;
-    if (c.addrBytes == 4) b.project = c.project;  // another chip altogether
-    else b.project += c.project;
+    b.project += c.project;
     // 40 pages, all blank but those at 0x1200, 0x1300 and 0x1500.
     Bytes data(0x2800, '\xFF');
     const Bytes payload = Pattern(0x300, 1);
     data.replace(0x1200, 0x200, payload.substr(0, 0x200));
     data.replace(0x1500, 0x100, payload.substr(0x200));
     b.dir.write("d.bin", data);
-    RunResult r =
-        b.Run({"-tarlolog", b.dir.file("probe.log"), "-open", b.dir.file("d.bin"), "0x0", "-program", "-verify"});
+    RunResult r = b.Run(
+        {"-tarlolog", b.dir.file("probe.log"), "-open", b.dir.file("d.bin"), "0x0", "-program", "-verify"}, c.env);
     EXPECT_EQ(r.exitStatus, 0) << r.out;
     EXPECT_TRUE(Has(r, "Target programmed successfully.")) << r.out;
     EXPECT_TRUE(Has(r, "All loaded bytes verified OK!")) << r.out;
+    EXPECT_EQ(b.FramesWith(0x01, 2).empty(), c.env.empty()) << "status register written";
     std::vector<uint32_t> expected = {0x1200, 0x1300, 0x1500}, pages;
     if (!c.skipBlank) {
       expected.clear();
@@ -54,11 +51,11 @@ TEST(FlashOps, PagesAreFramedBatchedAndBlankOnesSkipped) {
     }
     const auto frames = ParseTraceFrames(b.dir.read("trace.txt"));
     for (size_t i = 1; i + 1 < frames.size(); i++) {
-      if (frames[i][0] != c.writePage || frames[i].size() < 2u + c.addrBytes) continue;
-      EXPECT_EQ(frames[i].size(), 1u + c.addrBytes + 256u);
+      if (frames[i][0] != 0x02 || frames[i].size() < 5) continue;
+      EXPECT_EQ(frames[i].size(), 4u + 256u);
       EXPECT_EQ(frames[i - 1], Frame{0x06});
       EXPECT_EQ(frames[i + 1][0], 0x05);
-      pages.push_back(AddrOf(frames[i], c.addrBytes));
+      pages.push_back(AddrOf(frames[i], 3));
     }
     EXPECT_EQ(pages, expected);
     EXPECT_EQ(b.Flash().substr(0, data.size()), data);
@@ -106,46 +103,21 @@ TEST(FlashOps, AutoTouchesOnlyWhatChanges) {
   EXPECT_EQ(programs.size(), kSector / 256);
   for (const Frame& f : programs) EXPECT_EQ(AddrOf(f, 3) / kSector, 2u);
   EXPECT_EQ(b.Flash().substr(0, changed.size()), changed);
-}
 
-TEST(FlashOps, AutoWithChipEraseTypeErasesTheChipAndRewritesEverything) {
-  Rig b;
+  // With the chip erase type one byte changed erases the whole chip, data
+  // outside the image included, and every sector is written again.
   b.project += "[PRODUCTION]\n  EraseType = 3\n";
-  const Bytes image = Pattern(3 * kSector, 4);
-  b.SetFlash(0, image);
-  Bytes changed = image;
   changed[kSector + 7] ^= 0x0F;
   b.dir.write("d.bin", changed);
-  b.SetFlash(8 * kSector, "outside");  // erased along with the chip
-  RunResult r = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"});
-  ASSERT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_TRUE(Has(r, "Erasing chip ...")) << r.out;
+  b.SetFlash(8 * kSector, "outside");
+  RunResult chip = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"});
+  ASSERT_EQ(chip.exitStatus, 0) << chip.out;
+  EXPECT_TRUE(Has(chip, "Erasing chip ...")) << chip.out;
   EXPECT_TRUE(b.FramesWith(0xD8).empty());
   EXPECT_EQ(b.FramesWith(0xC7).size() + b.FramesWith(0x60).size(), 1u);
-  EXPECT_EQ(b.FramesWith(0x02, 5).size(), 3 * kSector / 256) << "unchanged sectors are written again";
-  const Bytes flash = b.Flash();
-  EXPECT_EQ(flash.substr(0, changed.size()), changed);
-  EXPECT_EQ(flash.substr(8 * kSector, 7), Bytes(7, '\xFF'));
-}
-
-// The default project detects the chip at the connect; the action then uses
-// the detected chip's size and its own 4-byte opcodes, with no mode switch.
-TEST(FlashOps, ActionAfterDetectionUsesTheDetectedChip) {
-  Rig b;
-  b.chip = "C22019";
-  b.project = "";
-  const Bytes image = Pattern(0x3000, 5);
-  b.dir.write("d.bin", image);
-  b.SetFlash(0x1000000, Bytes(16, '\0'), 32u << 20);
-  RunResult r = b.Run({"-verbose9", "-open", b.dir.file("d.bin"), "0x1000000", "-auto"});
-  ASSERT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_TRUE(Has(r, "Found SPI Flash: Macronix MX25L25735F")) << r.out;
-  EXPECT_TRUE(Has(r, "Auto programming target (12288 bytes, 1 range) ...")) << r.out;
-  EXPECT_EQ(AddrsOf(b.FramesWith(0xDC, 5), 4), std::vector<uint32_t>{0x1000000});
-  EXPECT_EQ(b.FramesWith(0x12, 5 + 256).size(), 0x30u);
-  EXPECT_FALSE(b.FramesWith(0x13, 5).empty());
-  EXPECT_TRUE(b.FramesWith(0xB7).empty());
-  EXPECT_EQ(b.Flash().substr(0x1000000, image.size()), image);
+  EXPECT_EQ(b.FramesWith(0x02, 5).size(), 4 * kSector / 256);
+  EXPECT_EQ(b.Flash().substr(0, changed.size()), changed);
+  EXPECT_EQ(b.Flash().substr(8 * kSector, 7), Bytes(7, '\xFF'));
 }
 
 // ---- Program, verify, fit ----
@@ -178,37 +150,40 @@ TEST(FlashOps, ActionsWithoutDataOrBeyondTheChipAreRefused) {
   }
 }
 
-// Intel HEX text of data at address `at` (within one 64 KiB segment), in
-// the program's own record layout.
-std::string IntelHex(uint32_t at, const Bytes& data) {
-  auto record = [](uint32_t addr, int type, const Bytes& bytes) {
-    Bytes rec = {char(bytes.size()), char(addr >> 8), char(addr), char(type)};
-    rec += bytes;
-    char sum = 0;
-    for (char c : rec) sum = char(sum - c);
-    std::string text = ":";
-    for (char c : rec + sum) text += "0123456789ABCDEF"[uint8_t(c) >> 4], text += "0123456789ABCDEF"[c & 15];
-    return text + "\r\n";
-  };
-  std::string text = record(0, 4, {char(at >> 24), char(at >> 16)});
-  for (size_t i = 0; i < data.size(); i += 32) text += record(at + uint32_t(i), 0, data.substr(i, 32));
-  return text + record(0, 1, "");
-}
-
-// A 4 GiB chip: data ending at the last address is erased, programmed,
-// verified and read back without running past it. The simulated part is
-// smaller and takes the addresses modulo its size.
-TEST(FlashOps, DataEndingAtTheLastAddressOfA4GiBChip) {
+// A chip with 4-byte opcodes. The default project detects it at the
+// connect, and the action then uses its size and own opcodes, with no mode
+// switch. Given as 4 GiB, data ending at the last address is read, erased,
+// programmed, verified and read back without running past it (the simulated
+// part is smaller and takes the addresses modulo its size).
+TEST(FlashOps, DetectedChipAndDataEndingAtTheLastAddressOf4GiB) {
   Rig b;
   b.chip = "C22019";
+  b.project = "";
+  Bytes image = Pattern(0x3000, 5);
+  b.dir.write("d.bin", image);
+  b.SetFlash(0x1000000, Bytes(16, '\0'), 32u << 20);
+  RunResult r = b.Run({"-verbose9", "-open", b.dir.file("d.bin"), "0x1000000", "-auto"});
+  ASSERT_EQ(r.exitStatus, 0) << r.out;
+  EXPECT_TRUE(Has(r, "Found SPI Flash: Macronix MX25L25735F")) << r.out;
+  EXPECT_TRUE(Has(r, "Auto programming target (12288 bytes, 1 range) ...")) << r.out;
+  EXPECT_EQ(AddrsOf(b.FramesWith(0xDC, 5), 4), std::vector<uint32_t>{0x1000000});
+  EXPECT_EQ(b.FramesWith(0x12, 5 + 256).size(), 0x30u);
+  EXPECT_FALSE(b.FramesWith(0x13, 5).empty());
+  EXPECT_TRUE(b.FramesWith(0xB7).empty());
+  EXPECT_EQ(b.Flash().substr(0x1000000, image.size()), image);
+
   b.project = "[FLASH]\n  AutoDetect = 0\n  abID[3] = 0xC2,0x20,0x19\n  NumPages = 0x01000000\n"
               "[SPI]\n  NumAddrBytes = 0x04\n  CmdWritePage = 0x12\n  CmdReadData = 0x13\n  CmdEraseSector = 0xDC\n";
+  // The image as Intel HEX, read from the chip; then the chip is made to
+  // need an erase there.
   const uint32_t simAt = (32u << 20) - 0x300;  // where 0xFFFFFD00 lands
-  b.SetFlash(simAt, Bytes(16, '\0'), 32u << 20);
-  const Bytes image = Pattern(0x300, 12);
-  b.dir.write("d.hex", IntelHex(0xFFFFFD00, image));
-  RunResult r = b.Run({"-verbose9", "-open", b.dir.file("d.hex"), "-auto",
-                       "-readrange0xFFFFFD00,0xFFFFFFFF", "-saveas", b.dir.file("r.hex")});
+  image = Pattern(0x300, 12);
+  b.SetFlash(simAt, image);
+  RunResult read = b.Run({"-readrange0xFFFFFD00,0xFFFFFFFF", "-saveas", b.dir.file("d.hex")});
+  ASSERT_EQ(read.exitStatus, 0) << read.out;
+  b.SetFlash(simAt, Bytes(16, '\0') + Bytes(0x2F0, '\xFF'));
+  r = b.Run({"-verbose9", "-open", b.dir.file("d.hex"), "-auto", "-readrange0xFFFFFD00,0xFFFFFFFF", "-saveas",
+             b.dir.file("r.hex")});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
   EXPECT_TRUE(Has(r, "- 1 of 65536 sectors affected, 1 range, 0xFFFF0000 - 0xFFFFFFFF\n")) << r.out;
   EXPECT_TRUE(Has(r, "Target erased, programmed and verified successfully.")) << r.out;
@@ -313,22 +288,6 @@ TEST(FlashOps, FaultsFailCleanlyAndTheNextActionReconnects) {
       EXPECT_EQ(Count(r.out, "Connecting ..."), 2u) << r.out;
       EXPECT_TRUE(Has(r, "Target memory read successfully. (256 bytes, 1 range)")) << r.out;
     }
-  }
-}
-
-// With real timing the chip stays busy after the status-register write; the
-// write enable of the following erase must not be sent into that busy time.
-TEST(FlashOps, ProtectedChipIsUnprotectedBeforeWriting) {
-  for (const char* timing : {"TARLOSIM_TIMING=instant", "TARLOSIM_TIMING=model"}) {
-    SCOPED_TRACE(timing);
-    Rig b;
-    const Bytes image = Pattern(kSector, 11);
-    b.dir.write("d.bin", image);
-    b.SetFlash(0, Bytes(16, '\0'));
-    RunResult r = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"}, {"TARLOSIM_FAULT=protected", timing});
-    EXPECT_EQ(r.exitStatus, 0) << r.out;
-    EXPECT_FALSE(b.FramesWith(0x01, 2).empty()) << "status register written";
-    EXPECT_EQ(b.Flash().substr(0, image.size()), image);
   }
 }
 

@@ -9,5 +9,4 @@ target_link_libraries(pellam_conn_testlib PUBLIC pellam_log pellam_dataimage pel
 
 pellam_test(flashdb_test
   SOURCES ${CMAKE_SOURCE_DIR}/tests/unit/flashdb_test.cpp
-          ${CMAKE_SOURCE_DIR}/tests/unit/flashdb_connect_test.cpp
   LIBS pellam_conn_testlib)
