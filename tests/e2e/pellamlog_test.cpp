@@ -29,7 +29,8 @@ TEST(PellamLog, HoldsEverythingPrintedAfterTheOption) {
   };
   const std::vector<Case> cases = {
       // A successful job: the operation log, CR LF line ends included.
-      {{"-open", kSample, "-auto"}, 0, "Opening data file [", "- Target erased, programmed and verified successfully.\r\n"},
+      {{"-open", kSample, "-auto"}, 0, "Opening data file [",
+       "- Target erased, programmed and verified successfully.\r\n"},
       // A failing operation: its error lines and the failure text, then shutdown.
       {{"-open", kSample, "-verify"}, 1, "Opening data file [", "- ERROR: Failed to verify target.\r\n"},
       // Unconditional printers with bare line feeds, and a syntax error that ends the walk.
