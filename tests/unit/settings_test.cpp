@@ -122,7 +122,7 @@ TEST(SettingsRead, StringsArraysAndIndexSets) {
 
 // The line forms and the section order are pinned by the project save
 // reference (project_test); these are the writer's own corners.
-TEST(SettingsWrite, ClampsEmptyWritesReplacementAndDeletion) {
+TEST(SettingsWrite, CornersOfTheWriter) {
   Load("[GENERAL]\r\n  HostName = \"h\"\r\n  USBPort = 0\r\n");
   const uint8_t bytes[] = {1, 0xAB, 255};
   SETTINGS_SetHex8("GENERAL", "H8", 0x1FF);
@@ -146,19 +146,16 @@ TEST(SettingsWrite, ClampsEmptyWritesReplacementAndDeletion) {
   SETTINGS_SetByteArray("S", "Big", many.data(), 1000);
   EXPECT_EQ(5u + 4095 + 2, Text().size());
   EXPECT_EQ("0xAB,0\r\n", Text().substr(Text().size() - 8));
-}
 
-TEST(SettingsWrite, MissingLineEndAndHeaderAtEnd) {
+  // A last line without its end, a header at the very end.
   Load("[A]\r\n  X = 1");
   SETTINGS_SetDec("A", "Y", 2);
   EXPECT_EQ("[A]\r\n  X = 1\r\n  Y = 2\r\n", Text());
   Load("[A]\r\n  X = 1\r\n[FLASH]");
   SETTINGS_SetDec("FLASH", "Z", 3);  // the trailing header is no section
   EXPECT_EQ("[A]\r\n  X = 1\r\n[FLASH]\r\n[FLASH]\r\n  Z = 3\r\n", Text());
-}
 
-// A text of several 8 KiB buffers, every key still found.
-TEST(SettingsWrite, GrowsBeyondOneBuffer) {
+  // A text of several 8 KiB buffers, every key still found.
   Load("");
   for (uint32_t i = 0; i < 1000; ++i) SETTINGS_SetHex32("BIG", ("Key" + std::to_string(i)).c_str(), i);
   EXPECT_GT(Text().size(), 2u * 8192);
