@@ -10,6 +10,10 @@ set_target_properties(probe_fake_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${prob
 target_compile_definitions(probe_fake_test PRIVATE PELLAM_FAKE_DIR="${probe_fake_dir}")
 add_dependencies(probe_fake_test probe_fake_lib)
 
+# No library anywhere the search looks.
+pellam_test(probe_none_test SOURCES ${CMAKE_SOURCE_DIR}/tests/unit/probe_none_test.cpp LIBS pellam_probe)
+set_target_properties(probe_none_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/probe-none)
+
 # The line-editing library is looked for under ThirdParty/ beside the program.
 add_library(probe_fake_edit SHARED ${CMAKE_SOURCE_DIR}/tests/unit/probe_fake_lib.cpp)
 set_target_properties(probe_fake_edit PROPERTIES OUTPUT_NAME edit PREFIX lib SUFFIX .so.0
