@@ -19,10 +19,6 @@ RunResult RunIn(const TempDir& dir, const std::vector<std::string>& args) {
                      "TARLOSIM_FAULT", "TARLOSIM_TIMING", "TARLOSIM_SIZE", "TARLOSIM_SN"});
 }
 
-bool EndsWith(const std::string& s, const std::string& tail) {
-  return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
-}
-
 // One log file given first: it holds the whole output after the start-up lines.
 TEST(PellamLog, HoldsEverythingPrintedAfterTheOption) {
   struct Case {
@@ -33,7 +29,8 @@ TEST(PellamLog, HoldsEverythingPrintedAfterTheOption) {
   };
   const std::vector<Case> cases = {
       // A successful job: the operation log, CR LF line ends included.
-      {{"-open", kSample, "-auto"}, 0, "Opening data file [", "- Target erased, programmed and verified successfully.\r\n"},
+      {{"-open", kSample, "-auto"}, 0, "Opening data file [",
+       "- Target erased, programmed and verified successfully.\r\n"},
       // A failing operation: its error lines and the failure text, then shutdown.
       {{"-open", kSample, "-verify"}, 1, "Opening data file [", "- ERROR: Failed to verify target.\r\n"},
       // Unconditional printers with bare line feeds, and a syntax error that ends the walk.
@@ -53,7 +50,7 @@ TEST(PellamLog, HoldsEverythingPrintedAfterTheOption) {
     EXPECT_EQ(r.exitStatus, c.exitStatus) << label << "\n" << r.out;
     EXPECT_EQ(log.rfind(c.logStart, 0), 0u) << label << "\n" << log;
     EXPECT_NE(log.find(c.inLog), std::string::npos) << label << "\n" << log;
-    EXPECT_TRUE(EndsWith(r.out, log)) << label << "\nstdout:\n" << r.out << "\nlog:\n" << log;
+    EXPECT_TRUE(r.out.ends_with(log)) << label << "\nstdout:\n" << r.out << "\nlog:\n" << log;
     // Only the start-up lines come before it.
     EXPECT_EQ(r.out.substr(0, r.out.size() - log.size()).find("Opening"), std::string::npos) << label;
   }

@@ -37,7 +37,6 @@ TEST(ProjectCommandLine, OpenProject) {
       {{"-verbose3"}, "Default.pellam", 0, "Opening project file [Default.pellam]" + opened, "Default.pellam"},
       {{"-OPENPRJboard.PELLAM"}, "board.PELLAM", 0, "Opening project file [board.PELLAM]" + opened, "board.PELLAM"},
       {{"-verbose1", "-openprj", "missing.pellam"}, nullptr, 1, missing + "- Failed\n", nullptr},
-      {{"-verbose3", "-openprj", "missing.pellam"}, nullptr, 1, missing + "- Failed\n", nullptr},
       {{"-verbose0", "-openprj", "missing.pellam"}, nullptr, 1, "", nullptr},
   };
   for (const auto& c : cases) {

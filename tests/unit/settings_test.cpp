@@ -4,12 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstring>
+#include <array>
 #include <fstream>
 #include <functional>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -42,7 +40,6 @@ TEST(SettingsRead, U32ValueFormsAndLookup) {
     std::string printed;
   } cases[] = {
       {"[S]\r\nKey=0x1F\r\n", 0, 31, ""},
-      {"[S]\r\nKey = 31\r\n", 0, 31, ""},
       {"[S]\r\n  key =31\r\n", 0, 31, ""},
       {"[S]\r\nKEY = +31\r\n", 0, 31, ""},
       {"[S]\r\n\tKey \t=\t 31\r\n", 0, 31, ""},
@@ -81,9 +78,13 @@ TEST(SettingsRead, U32ValueFormsAndLookup) {
   EXPECT_EQ(9u, v);
 }
 
-TEST(SettingsRead, Strings) {
+// Strings, byte arrays (hexadecimal or decimal) and index sets, each cut
+// to its buffer.
+TEST(SettingsRead, StringsArraysAndIndexSets) {
+  Load("[S]\r\nA = \"abc\"\r\nB = abc\r\nD = \"abcdefghij\"\r\nE = \"\"\r\n"
+       "abID[3] = 0xC2,0x20 0x17\r\nOne = 0xC2\r\nBig[2] = 1,256\r\nDec[3] = 1, 300 ,7\r\n"
+       "Sel[3] = 0-2,5,7-8\r\nFar[2] = 4, 30-40\r\nBack[1] = 6-2\r\n");
   char buf[8];
-  Load("[S]\r\nA = \"abc\"\r\nB = abc\r\nC = \"abc\r\nD = \"abcdefghij\"\r\nE = \"\"\r\n");
   EXPECT_EQ(-1, SETTINGS_GetString("S", "A", buf, sizeof buf));  // -1 even on success
   EXPECT_STREQ("abc", buf);
   testing::internal::CaptureStdout();
@@ -94,28 +95,22 @@ TEST(SettingsRead, Strings) {
   testing::internal::GetCapturedStdout();
   SETTINGS_GetString("S", "E", buf, sizeof buf);
   EXPECT_STREQ("", buf);
-}
 
-TEST(SettingsRead, ByteArrays) {
   uint8_t b[4];
-  Load("[FLASH]\r\nabID[3] = 0xC2,0x20 0x17\r\nOne = 0xC2\r\nBig[2] = 1,256\r\nDec[3] = 1, 300 ,7\r\n");
-  EXPECT_EQ(0, SETTINGS_GetByteArray("FLASH", "abID", b, 4));
+  EXPECT_EQ(0, SETTINGS_GetByteArray("S", "abID", b, 4));
   EXPECT_EQ((std::array<uint8_t, 4>{0xC2, 0x20, 0x17, 0}), (std::array<uint8_t, 4>{b[0], b[1], b[2], b[3]}));
-  EXPECT_EQ(0, SETTINGS_GetByteArray("FLASH", "One", b, 4));
+  EXPECT_EQ(0, SETTINGS_GetByteArray("S", "One", b, 4));
   EXPECT_EQ(0, b[0]);
   testing::internal::CaptureStdout();
-  EXPECT_EQ(-1, SETTINGS_GetByteArray("FLASH", "Big", b, 4));
+  EXPECT_EQ(-1, SETTINGS_GetByteArray("S", "Big", b, 4));
   EXPECT_EQ("ERROR: Expected a value <= 255\n", testing::internal::GetCapturedStdout());
-  EXPECT_EQ(0, SETTINGS_GetDecByteArray("FLASH", "Dec", b, 4));
+  EXPECT_EQ(0, SETTINGS_GetDecByteArray("S", "Dec", b, 4));
   EXPECT_EQ(255, b[1]);  // clamped, not reported
   EXPECT_EQ(7, b[2]);
-  EXPECT_EQ(0, SETTINGS_GetByteArray("FLASH", "abID", b, 2));  // capacity limits
+  EXPECT_EQ(0, SETTINGS_GetByteArray("S", "abID", b, 2));  // capacity limits
   EXPECT_EQ(0x20, b[1]);
-}
 
-TEST(SettingsRead, IndexSets) {
   uint8_t f[10];
-  Load("[S]\r\nSel[3] = 0-2,5,7-8\r\nFar[2] = 4, 30-40\r\nBack[1] = 6-2\r\n");
   EXPECT_EQ(0, SETTINGS_GetIndexSet("S", "Sel", f, 10));
   EXPECT_EQ(std::string("\1\1\1\0\0\1\0\1\1\0", 10), std::string(reinterpret_cast<char*>(f), 10));
   EXPECT_EQ(0, SETTINGS_GetIndexSet("S", "Far", f, 10));
@@ -127,7 +122,7 @@ TEST(SettingsRead, IndexSets) {
 
 // The line forms and the section order are pinned by the project save
 // reference (project_test); these are the writer's own corners.
-TEST(SettingsWrite, ClampsEmptyWritesReplacementAndDeletion) {
+TEST(SettingsWrite, CornersOfTheWriter) {
   Load("[GENERAL]\r\n  HostName = \"h\"\r\n  USBPort = 0\r\n");
   const uint8_t bytes[] = {1, 0xAB, 255};
   SETTINGS_SetHex8("GENERAL", "H8", 0x1FF);
@@ -151,19 +146,16 @@ TEST(SettingsWrite, ClampsEmptyWritesReplacementAndDeletion) {
   SETTINGS_SetByteArray("S", "Big", many.data(), 1000);
   EXPECT_EQ(5u + 4095 + 2, Text().size());
   EXPECT_EQ("0xAB,0\r\n", Text().substr(Text().size() - 8));
-}
 
-TEST(SettingsWrite, MissingLineEndAndHeaderAtEnd) {
+  // A last line without its end, a header at the very end.
   Load("[A]\r\n  X = 1");
   SETTINGS_SetDec("A", "Y", 2);
   EXPECT_EQ("[A]\r\n  X = 1\r\n  Y = 2\r\n", Text());
   Load("[A]\r\n  X = 1\r\n[FLASH]");
   SETTINGS_SetDec("FLASH", "Z", 3);  // the trailing header is no section
   EXPECT_EQ("[A]\r\n  X = 1\r\n[FLASH]\r\n[FLASH]\r\n  Z = 3\r\n", Text());
-}
 
-// A text of several 8 KiB buffers, every key still found.
-TEST(SettingsWrite, GrowsBeyondOneBuffer) {
+  // A text of several 8 KiB buffers, every key still found.
   Load("");
   for (uint32_t i = 0; i < 1000; ++i) SETTINGS_SetHex32("BIG", ("Key" + std::to_string(i)).c_str(), i);
   EXPECT_GT(Text().size(), 2u * 8192);
@@ -245,8 +237,8 @@ std::string Printed(const std::function<void()>& body) {
 }
 
 // New, save, open and close; an unmodified save does not touch the disk; a
-// file that exists is not made new, a missing one not opened, a read-only one
-// not saved over; without an open store, every operation warns.
+// file that exists is not made new, a read-only one not saved over; without
+// an open store, every operation warns.
 TEST(SettingsFile, LifecycleAndRefusals) {
   const std::string path = TempPath("a.pellam");
   unlink(path.c_str());
@@ -267,8 +259,6 @@ TEST(SettingsFile, LifecycleAndRefusals) {
   { std::ofstream(path) << "[S]\r\n"; }
   EXPECT_EQ("ERROR: File already exist:\n" + path + "\n", Printed([&] { EXPECT_EQ(-1, SETTINGS_New(path.c_str())); }));
   EXPECT_EQ(0, SETTINGS_IsOpen());
-  EXPECT_EQ("ERROR: Could not open file [" + path + ".missing]\nFile not found!\n",
-            Printed([&] { EXPECT_EQ(-1, SETTINGS_Open((path + ".missing").c_str())); }));
   EXPECT_EQ(nullptr, SETTINGS_GetText(nullptr));
   EXPECT_EQ("WARNING: No project file opened.\nWARNING: No project file opened.\n", Printed([] {
               uint32_t v;
