@@ -170,7 +170,10 @@ TEST(Connect, CtrlCEndsAnEndlessSequence) {
 
 // ---- The simulated chip's safety ----
 
-// Waits (bounded) until path exists: the holding run has opened the probe.
+// Waits (bounded) until path exists. The simulated probe starts its trace
+// only once it holds and has loaded the contents file; the contents file
+// itself exists earlier, while the probe still checks that its path leads
+// to the file it locked.
 bool WaitFor(const std::string& path) {
   struct stat st;
   for (auto end = std::chrono::steady_clock::now() + 30s; std::chrono::steady_clock::now() < end;) {
@@ -194,7 +197,7 @@ TEST(SimSafety, SecondRunOnTheSameChipIsRefused) {
   RunResult first;
   rig.project = Hold("0x000007D0");
   std::thread holder([&] { first = rig.Run({"-open", rig.dir.file("a.bin"), "0x0", "-connect", "-program"}); });
-  ASSERT_TRUE(WaitFor(rig.flash));
+  ASSERT_TRUE(WaitFor(rig.dir.file("trace.txt")));
   std::this_thread::sleep_for(300ms);
   RunResult refused = second.Run({"-open", rig.dir.file("b.bin"), "0x0", "-program"});
   holder.join();
@@ -227,7 +230,7 @@ TEST(SimSafety, FailedWriteBackEndsTheRunWithAnError) {
     if (c.close) args.push_back(c.close);
     RunResult r;
     std::thread run([&] { r = rig.Run(args); });
-    const bool opened = WaitFor(rig.flash);
+    const bool opened = WaitFor(rig.dir.file("trace.txt"));
     if (opened) {
       std::rename(folder.c_str(), rig.dir.file("chip.old").c_str());
       rig.dir.write("chip", "not a folder");
