@@ -9,12 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/e2e/run_program.h"
+#include "tests/e2e/sim_rig.h"
 
 namespace {
-
-constexpr uint32_t kSimChipSize = 16u << 20;
-constexpr int kRunLimitSeconds = 60;
 
 using Bytes = std::string;
 
@@ -24,38 +21,14 @@ struct Geometry {
   int sectorShift;
 };
 
-struct Rig {
-  TempDir dir;
-  std::string chip = "C22018";
-
-  void WriteProject(const Geometry& g) {
-    char text[512];
-    std::snprintf(text, sizeof text,
-                  "[FLASH]\r\n  AutoDetect = 0\r\n  abID[3] = 0xC2,0x20,0x18\r\n  NumPages = %s\r\n"
-                  "  PageSizeShift = %d\r\n  SectorSizeShift = %d\r\n",
-                  g.numPages, g.pageShift, g.sectorShift);
-    dir.write("chip.pellam", text);
-  }
-
-  void SetFlash(uint32_t at, const Bytes& data) {
-    Bytes flash = dir.exists("flash.bin") ? dir.read("flash.bin") : Bytes(kSimChipSize, '\xFF');
-    flash.replace(at, data.size(), data);
-    dir.write("flash.bin", flash);
-  }
-
-  Bytes Flash(uint32_t at, size_t n) const { return dir.read("flash.bin").substr(at, n); }
-
-  RunResult Run(std::vector<std::string> args) {
-    args.insert(args.begin(), {"-openprj", dir.file("chip.pellam")});
-    const std::vector<std::string> env = {"TARLOSIM_CHIP=" + chip, "TARLOSIM_FLASH=" + dir.file("flash.bin"),
-                                          "HOME=" + dir.path(), "TARLOSIM_FAULT", "TARLOSIM_TIMING",
-                                          "TARLOSIM_SIZE", "TARLOSIM_TRACE", "TARLOSIM_STATS"};
-    RunResult r = RunProgram(args, dir.path(), env, kRunLimitSeconds);
-    r.out = StripCR(r.out);
-    return r;
-  }
-};
-
+std::string Project(const Geometry& g) {
+  char text[512];
+  std::snprintf(text, sizeof text,
+                "[FLASH]\n  AutoDetect = 0\n  abID[3] = 0xC2,0x20,0x18\n  NumPages = %s\n"
+                "  PageSizeShift = %d\n  SectorSizeShift = %d\n",
+                g.numPages, g.pageShift, g.sectorShift);
+  return text;
+}
 
 // A chip larger than the 32-bit addresses can reach, or one whose sector
 // table would need a flag for each of billions of sectors, is refused by
@@ -89,7 +62,7 @@ TEST(FlashGeometry, GeometryBeyondTheAddressSpaceIsRefusedNamingItsKeys) {
                         std::to_string(c.g.sectorShift) + " " + c.action.back();
     SCOPED_TRACE(label);
     Rig rig;
-    rig.WriteProject(c.g);
+    rig.project = Project(c.g);
     const Bytes before = Pattern(0x2000, 1);
     rig.SetFlash(0, before);
     rig.dir.write("d.bin", Pattern(0x1000, 2));
@@ -98,7 +71,7 @@ TEST(FlashGeometry, GeometryBeyondTheAddressSpaceIsRefusedNamingItsKeys) {
     EXPECT_TRUE(Has(r, "ERROR: Flash geometry")) << r.out;
     EXPECT_TRUE(Has(r, "NumPages = ")) << r.out;
     EXPECT_TRUE(Has(r, c.failure)) << r.out;
-    EXPECT_EQ(rig.Flash(0, before.size()), before);
+    EXPECT_EQ(rig.Flash().substr(0, before.size()), before);
   }
 }
 
@@ -106,7 +79,7 @@ TEST(FlashGeometry, GeometryBeyondTheAddressSpaceIsRefusedNamingItsKeys) {
 // reach would read the first 16 MiB over and over, for minutes: refused.
 TEST(FlashGeometry, ReadChipBeyondTheAddressBytesIsRefused) {
   Rig rig;
-  rig.WriteProject({"0x1000000", 8, 16});   // 4 GiB
+  rig.project = Project({"0x1000000", 8, 16});   // 4 GiB
   RunResult r = rig.Run({"-readchip"});
   EXPECT_EQ(r.exitStatus, 1) << r.out;
   EXPECT_TRUE(Has(r, "ERROR: Flash geometry exceeds what NumAddrBytes = 3 can address (NumPages = 0x1000000, "
@@ -118,12 +91,12 @@ TEST(FlashGeometry, ReadChipBeyondTheAddressBytesIsRefused) {
 // built and an auto run of a small image works on the first sector.
 TEST(FlashGeometry, ChipOfTheWholeAddressSpaceIsAccepted) {
   Rig rig;
-  rig.WriteProject({"0x1000000", 8, 16});
+  rig.project = Project({"0x1000000", 8, 16});
   const Bytes image = Pattern(0x1000, 3);
   rig.dir.write("d.bin", image);
   RunResult r = rig.Run({"-open", "d.bin", "0", "-auto"});
   EXPECT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_EQ(rig.Flash(0, image.size()), image);
+  EXPECT_EQ(rig.Flash().substr(0, image.size()), image);
 }
 
 // A 32 MiB part driven with three address bytes reaches only its low 16 MiB:
@@ -160,10 +133,7 @@ TEST(FlashGeometry, AddressesBeyondTheAddressBytesAreRefusedBeforeAnyCommand) {
     SCOPED_TRACE(c.action.back() + " @ " + std::to_string(c.at));
     Rig rig;
     rig.chip = "C84019";    // 32 MiB, three address bytes by the chip table
-    char project[128];
-    std::snprintf(project, sizeof project, "[FLASH]\r\n  AutoDetect = 1\r\n  SelectedSectors[1] = %u\r\n",
-                  c.at >> 16);
-    rig.dir.write("chip.pellam", project);
+    rig.project = "[FLASH]\n  AutoDetect = 1\n  SelectedSectors[1] = " + std::to_string(c.at >> 16) + "\n";
     const Bytes data = Pattern(0x1000, c.at);
     Bytes before(2 * kLimit, '\xFF');
     before.replace(0, 0x2000, Pattern(0x2000, 1));   // what a cut address would hit
@@ -185,7 +155,7 @@ TEST(FlashGeometry, AddressesBeyondTheAddressBytesAreRefusedBeforeAnyCommand) {
     EXPECT_EQ(r.exitStatus, c.refused ? 1 : 0) << r.out;
     EXPECT_EQ(Has(r, "ERROR: Address 0x01000000 is beyond what NumAddrBytes = 3 can address (0x00000000 - "
                      "0x00FFFFFF).\n"), c.refused) << r.out;
-    EXPECT_TRUE(rig.dir.read("flash.bin") == expected);
+    EXPECT_TRUE(rig.Flash() == expected);
   }
 }
 
@@ -210,7 +180,7 @@ TEST(FlashGeometry, AutoProgramsAndVerifiesDataNoSectorCovers) {
     // already holds other data nothing can erase it, so the run must fail.
     for (const bool filled : {false, true}) {
       Rig rig;
-      rig.WriteProject(c.g);
+      rig.project = Project(c.g);
       if (filled) rig.SetFlash(c.at, Bytes(image.size(), '\0'));
       char base[16];
       std::snprintf(base, sizeof base, "0x%X", c.at);
@@ -225,7 +195,7 @@ TEST(FlashGeometry, AutoProgramsAndVerifiesDataNoSectorCovers) {
       EXPECT_EQ(r.exitStatus, 0) << r.out;
       EXPECT_TRUE(Has(r, "Programming target (2048 bytes, 1 range) ...")) << r.out;
       EXPECT_TRUE(Has(r, "Verifying target (2048 bytes, 1 range) ...")) << r.out;
-      EXPECT_EQ(rig.Flash(c.at, image.size()), image);
+      EXPECT_EQ(rig.Flash().substr(c.at, image.size()), image);
     }
   }
 }
