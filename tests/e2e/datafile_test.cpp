@@ -113,8 +113,9 @@ TEST(DataFile, ProjectsAreRegularFilesToo) {
   ASSERT_EQ(mkfifo(dir.file("fifo.pellam").c_str(), 0644), 0);
   const RunResult r = RunIn(dir, {"-openprj", "fifo.pellam"});
   EXPECT_EQ(r.exitStatus, 1) << r.out;
-  EXPECT_TRUE(Has(r, "Opening project file [fifo.pellam] ...\n- ERROR: Could not open file [fifo.pellam]\n"
-                     "Invalid file handle!\n"))
+  EXPECT_TRUE(Has(r,
+                  "Opening project file [fifo.pellam] ...\n- ERROR: Could not open file [fifo.pellam]\n"
+                  "Invalid file handle!\n"))
       << r.out;
   // A FIFO named as the default project does not hold up the start either.
   ASSERT_EQ(mkfifo(dir.file("Default.pellam").c_str(), 0644), 0);

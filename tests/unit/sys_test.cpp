@@ -245,7 +245,7 @@ TEST(SysFile, CreationFlags) {
   EXPECT_EQ(SYS_FILE_Read(fd, buf, 2), 2);
   EXPECT_EQ(SYS_FILE_GetSize(fd), 6u);
   EXPECT_EQ(lseek(fd, 0, SEEK_CUR), 2);  // size query leaves the position
-  EXPECT_EQ(SYS_FILE_GetSize(-1), 0u);     // a closed handle has no size
+  EXPECT_EQ(SYS_FILE_GetSize(-1), 0u);   // a closed handle has no size
   EXPECT_EQ(SYS_FILE_Read(fd, buf + 2, 10), 4);
   EXPECT_STREQ(buf, "hello!");
   EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);

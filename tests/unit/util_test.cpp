@@ -40,7 +40,7 @@ TEST(UtilFormat, ItsOwnRules) {
   EXPECT_EQ(Fmt(200, "%05d", 12), "   12");   // "0" is a width digit, not a flag
   EXPECT_EQ(Fmt(200, "%.4d", -7), "-0007");
   EXPECT_EQ(Fmt(200, "%d", INT_MIN), "-2147483648");
-  EXPECT_EQ(Fmt(200, "%ld", -5), "-5");       // one l keeps 32 bits
+  EXPECT_EQ(Fmt(200, "%ld", -5), "-5");  // one l keeps 32 bits
   EXPECT_EQ(Fmt(200, "%c", 'A'), "A");
   EXPECT_EQ(Fmt(200, "a%fb", 3), "ab");  // unknown letter: consumed, nothing written
   EXPECT_EQ(Fmt(200, "%%%d%%", 1), "%1%");
