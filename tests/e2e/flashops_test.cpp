@@ -14,6 +14,15 @@ constexpr uint32_t kSector = 0x10000;
 
 using Bytes = std::string;
 
+// Runs the program, expecting success and each of `lines` in its output.
+RunResult RunOk(Rig& b, const std::vector<std::string>& args, const std::vector<const char*>& lines = {},
+                const std::vector<std::string>& env = {}) {
+  RunResult r = b.Run(args, env);
+  EXPECT_EQ(r.exitStatus, 0) << r.out;
+  for (const char* line : lines) EXPECT_TRUE(Has(r, line)) << line << "\n" << r.out;
+  return r;
+}
+
 // ---- Framing and batching ----
 
 // Page frames carry their address bytes, each after a write enable and
@@ -38,11 +47,8 @@ TEST(FlashOps, PagesAreFramedBatchedAndBlankOnesSkipped) {
     data.replace(0x1200, 0x200, payload.substr(0, 0x200));
     data.replace(0x1500, 0x100, payload.substr(0x200));
     b.dir.write("d.bin", data);
-    RunResult r = b.Run(
-        {"-tarlolog", b.dir.file("probe.log"), "-open", b.dir.file("d.bin"), "0x0", "-program", "-verify"}, c.env);
-    EXPECT_EQ(r.exitStatus, 0) << r.out;
-    EXPECT_TRUE(Has(r, "Target programmed successfully.")) << r.out;
-    EXPECT_TRUE(Has(r, "All loaded bytes verified OK!")) << r.out;
+    RunOk(b, {"-tarlolog", b.dir.file("probe.log"), "-open", b.dir.file("d.bin"), "0x0", "-program", "-verify"},
+          {"Target programmed successfully.", "All loaded bytes verified OK!"}, c.env);
     EXPECT_EQ(b.FramesWith(0x01, 2).empty(), c.env.empty()) << "status register written";
     std::vector<uint32_t> expected = {0x1200, 0x1300, 0x1500}, pages;
     if (!c.skipBlank) {
@@ -76,28 +82,22 @@ TEST(FlashOps, AutoTouchesOnlyWhatChanges) {
   b.dir.write("d.bin", image);
   b.SetFlash(0, Bytes(2 * kSector, '\0'));  // sectors 0-1 hold old data, 2-3 are blank
 
-  RunResult first = b.Run({"-verbose9", "-open", b.dir.file("d.bin"), "0x0", "-auto"});
-  ASSERT_EQ(first.exitStatus, 0) << first.out;
-  EXPECT_TRUE(Has(first, "- 4 of 256 sectors affected, 1 range, 0x0 - 0x3FFFF\n")) << first.out;
-  EXPECT_TRUE(Has(first, "Target erased, programmed and verified successfully.")) << first.out;
+  const char* done = "Target erased, programmed and verified successfully.";
+  RunOk(b, {"-verbose9", "-open", b.dir.file("d.bin"), "0x0", "-auto"},
+        {"- 4 of 256 sectors affected, 1 range, 0x0 - 0x3FFFF\n", done});
   EXPECT_EQ(AddrsOf(b.FramesWith(0xD8, 4), 3), (std::vector<uint32_t>{0, kSector})) << "blank sectors need no erase";
   EXPECT_EQ(b.FramesWith(0x02, 5).size(), 4 * kSector / 256);
   EXPECT_EQ(b.Flash().substr(0, image.size()), image);
 
   // The same image again: nothing to erase or program, still verified.
-  RunResult again = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"});
-  ASSERT_EQ(again.exitStatus, 0) << again.out;
-  EXPECT_TRUE(Has(again, "Target erased, programmed and verified successfully.")) << again.out;
-  EXPECT_TRUE(b.FramesWith(0xD8).empty());
-  EXPECT_TRUE(b.FramesWith(0x02).empty());
-  EXPECT_TRUE(b.FramesWith(0xC7).empty());
+  RunOk(b, {"-open", b.dir.file("d.bin"), "0x0", "-auto"}, {done});
+  EXPECT_TRUE(b.FramesWith(0xD8).empty() && b.FramesWith(0x02).empty() && b.FramesWith(0xC7).empty());
 
   // One byte changed in sector 2: only that sector is erased and written.
   Bytes changed = image;
   changed[2 * kSector + 0x1234] ^= 0x55;
   b.dir.write("d.bin", changed);
-  RunResult one = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"});
-  ASSERT_EQ(one.exitStatus, 0) << one.out;
+  RunOk(b, {"-open", b.dir.file("d.bin"), "0x0", "-auto"});
   EXPECT_EQ(AddrsOf(b.FramesWith(0xD8, 4), 3), std::vector<uint32_t>{2 * kSector});
   const auto programs = b.FramesWith(0x02, 5);
   EXPECT_EQ(programs.size(), kSector / 256);
@@ -110,9 +110,7 @@ TEST(FlashOps, AutoTouchesOnlyWhatChanges) {
   changed[kSector + 7] ^= 0x0F;
   b.dir.write("d.bin", changed);
   b.SetFlash(8 * kSector, "outside");
-  RunResult chip = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"});
-  ASSERT_EQ(chip.exitStatus, 0) << chip.out;
-  EXPECT_TRUE(Has(chip, "Erasing chip ...")) << chip.out;
+  RunOk(b, {"-open", b.dir.file("d.bin"), "0x0", "-auto"}, {"Erasing chip ..."});
   EXPECT_TRUE(b.FramesWith(0xD8).empty());
   EXPECT_EQ(b.FramesWith(0xC7).size() + b.FramesWith(0x60).size(), 1u);
   EXPECT_EQ(b.FramesWith(0x02, 5).size(), 4 * kSector / 256);
@@ -162,10 +160,8 @@ TEST(FlashOps, DetectedChipAndDataEndingAtTheLastAddressOf4GiB) {
   Bytes image = Pattern(0x3000, 5);
   b.dir.write("d.bin", image);
   b.SetFlash(0x1000000, Bytes(16, '\0'), 32u << 20);
-  RunResult r = b.Run({"-verbose9", "-open", b.dir.file("d.bin"), "0x1000000", "-auto"});
-  ASSERT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_TRUE(Has(r, "Found SPI Flash: Macronix MX25L25735F")) << r.out;
-  EXPECT_TRUE(Has(r, "Auto programming target (12288 bytes, 1 range) ...")) << r.out;
+  RunOk(b, {"-verbose9", "-open", b.dir.file("d.bin"), "0x1000000", "-auto"},
+        {"Found SPI Flash: Macronix MX25L25735F", "Auto programming target (12288 bytes, 1 range) ..."});
   EXPECT_EQ(AddrsOf(b.FramesWith(0xDC, 5), 4), std::vector<uint32_t>{0x1000000});
   EXPECT_EQ(b.FramesWith(0x12, 5 + 256).size(), 0x30u);
   EXPECT_FALSE(b.FramesWith(0x13, 5).empty());
@@ -179,15 +175,13 @@ TEST(FlashOps, DetectedChipAndDataEndingAtTheLastAddressOf4GiB) {
   const uint32_t simAt = (32u << 20) - 0x300;  // where 0xFFFFFD00 lands
   image = Pattern(0x300, 12);
   b.SetFlash(simAt, image);
-  RunResult read = b.Run({"-readrange0xFFFFFD00,0xFFFFFFFF", "-saveas", b.dir.file("d.hex")});
-  ASSERT_EQ(read.exitStatus, 0) << read.out;
+  RunOk(b, {"-readrange0xFFFFFD00,0xFFFFFFFF", "-saveas", b.dir.file("d.hex")});
   b.SetFlash(simAt, Bytes(16, '\0') + Bytes(0x2F0, '\xFF'));
-  r = b.Run({"-verbose9", "-open", b.dir.file("d.hex"), "-auto", "-readrange0xFFFFFD00,0xFFFFFFFF", "-saveas",
-             b.dir.file("r.hex")});
-  EXPECT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_TRUE(Has(r, "- 1 of 65536 sectors affected, 1 range, 0xFFFF0000 - 0xFFFFFFFF\n")) << r.out;
-  EXPECT_TRUE(Has(r, "Target erased, programmed and verified successfully.")) << r.out;
-  EXPECT_TRUE(Has(r, "Target memory read successfully. (768 bytes, 1 range)")) << r.out;
+  RunOk(b,
+        {"-verbose9", "-open", b.dir.file("d.hex"), "-auto", "-readrange0xFFFFFD00,0xFFFFFFFF", "-saveas",
+         b.dir.file("r.hex")},
+        {"- 1 of 65536 sectors affected, 1 range, 0xFFFF0000 - 0xFFFFFFFF\n",
+         "Target erased, programmed and verified successfully.", "Target memory read successfully. (768 bytes, 1 range)"});
   EXPECT_EQ(AddrsOf(b.FramesWith(0xDC, 5), 4), std::vector<uint32_t>{0xFFFF0000});
   EXPECT_EQ(AddrsOf(b.FramesWith(0x12, 5 + 256), 4), (std::vector<uint32_t>{0xFFFFFD00, 0xFFFFFE00, 0xFFFFFF00}));
   EXPECT_EQ(b.Flash().substr(simAt), image);
@@ -219,11 +213,9 @@ TEST(FlashOps, EraseChipAndSelectedSectors) {
     const Bytes content = Pattern(6 * kSector, 7);
     b.SetFlash(0, content);
     // Read back whole, the chip is what the erase left.
-    RunResult r = b.Run({c.action, "-readchip", "-saveas", b.dir.file("chip.bin")});
-    EXPECT_EQ(r.exitStatus, 0) << r.out;
-    for (const char* line : c.lines) EXPECT_TRUE(Has(r, line)) << line << "\n" << r.out;
-    EXPECT_TRUE(Has(r, "Erase operation completed successfully.")) << r.out;
-    EXPECT_TRUE(Has(r, "256 sectors, 1 range, 0x0 - 0xFFFFFF")) << r.out;
+    std::vector<const char*> lines = c.lines;
+    lines.insert(lines.end(), {"Erase operation completed successfully.", "256 sectors, 1 range, 0x0 - 0xFFFFFF"});
+    RunOk(b, {c.action, "-readchip", "-saveas", b.dir.file("chip.bin")}, lines);
     Bytes expected = content;
     for (uint32_t s : c.erased) expected.replace(s * kSector, kSector, Bytes(kSector, '\xFF'));
     const Bytes chip = b.dir.read("chip.bin");
@@ -241,9 +233,8 @@ TEST(FlashOps, MemoryWithoutEraseSkipsEveryErase) {
     const Bytes old = Pattern(0x100, 8), image = Pattern(0x800, 9);
     b.SetFlash(5 * kSector, old);
     b.dir.write("d.bin", image);
-    RunResult r = b.Run({"-verbose9", "-open", b.dir.file("d.bin"), "0x0", action});
-    EXPECT_EQ(r.exitStatus, 0) << r.out;
-    EXPECT_TRUE(Has(r, "Selected memory does not support erase. Skipped.")) << r.out;
+    RunResult r = RunOk(b, {"-verbose9", "-open", b.dir.file("d.bin"), "0x0", action},
+                        {"Selected memory does not support erase. Skipped."});
     EXPECT_FALSE(Has(r, "sectors selected")) << r.out;
     EXPECT_TRUE(b.FramesWith(0xD8).empty() && b.FramesWith(0xC7).empty() && b.FramesWith(0x60).empty());
     const Bytes flash = b.Flash();
@@ -279,8 +270,7 @@ TEST(FlashOps, FaultsFailCleanlyAndTheNextActionReconnects) {
     EXPECT_TRUE(Has(r, "Disconnect")) << r.out;
     if (c.probeGone) {
       EXPECT_EQ(r.exitStatus, 1) << r.out;
-      RunResult next = b.Run({"-open", b.dir.file("d.bin"), "0x0", "-auto"});
-      EXPECT_EQ(next.exitStatus, 0) << next.out;
+      RunOk(b, {"-open", b.dir.file("d.bin"), "0x0", "-auto"});
       EXPECT_EQ(b.Flash().substr(0, image.size()), image);
     } else {
       // The read after the failure connects again and succeeds.

