@@ -182,12 +182,16 @@ TEST_F(LogTest, ErrorTextIsBoundedAndSeparatedByLineFeeds) {
 }
 
 TEST_F(LogTest, TimedResultLineShowsDuration) {
-  const std::string out = Capture([] {
-    LOG_BeginOp("Erasing ...");
-    usleep(20000);
-    LOG_EndOpTimed("Erase done");
-    LOG_Pop();
-  });
+  // A timed operation with the given body between its begin and its result.
+  auto timed = [](void (*body)()) {
+    return Capture([body] {
+      LOG_BeginOp("Erasing ...");
+      body();
+      LOG_EndOpTimed("Erase done");
+      LOG_Pop();
+    });
+  };
+  const std::string out = timed([] { usleep(20000); });
   std::smatch m;
   ASSERT_TRUE(std::regex_match(
       out, m, std::regex("Erasing \\.\\.\\.\r\n- Erase done\r\n- Completed after (\\d+)\\.(\\d{3}) seconds\\.\r\n")))
@@ -196,13 +200,7 @@ TEST_F(LogTest, TimedResultLineShowsDuration) {
   EXPECT_EQ(DisconnectCalls, 0);
 
   // After an error neither the result nor the duration appear.
-  const std::string failed = Capture([] {
-    LOG_BeginOp("Erasing ...");
-    LOG_ReportError("bad");
-    LOG_EndOpTimed("Erase done");
-    LOG_Pop();
-  });
-  EXPECT_EQ(failed, "Erasing ...\r\n- ERROR: bad\r\n");
+  EXPECT_EQ(timed([] { LOG_ReportError("bad"); }), "Erasing ...\r\n- ERROR: bad\r\n");
 }
 
 // One case hands in a format that is not a literal on purpose.
@@ -213,7 +211,7 @@ TEST_F(LogTest, UnconditionalPrintersUseBareLineFeeds) {
   LOG_SetVerbosity(0);
   struct Case {
     std::function<void()> print;
-    const char* out;
+    std::string out;
   };
   const std::string tooLong(2048, 'x');
   const Case cases[] = {
@@ -221,13 +219,11 @@ TEST_F(LogTest, UnconditionalPrintersUseBareLineFeeds) {
       {[] { LOG_Error("line\n"); }, "ERROR: line\n"},
       {[] { LOG_Warning("a\nb"); }, "WARNING: a\nb\n"},
       {[] { LOG_Printf("a\nb %s", "c"); }, "a\nb c"},
-      {[&] { LOG_Printf("%s", tooLong.c_str()); }, nullptr},   // long argument is fine
+      {[&] { LOG_Printf("%s", tooLong.c_str()); }, tooLong},   // long argument is fine
       {[&] { LOG_Error(tooLong.c_str(), 0); }, ""},                // long format is dropped
   };
   for (const Case& c : cases) {
-    const std::string out = Capture(c.print);
-    if (c.out != nullptr) EXPECT_EQ(out, c.out);
-    else EXPECT_EQ(out, tooLong);
+    EXPECT_EQ(Capture(c.print), c.out);
   }
   // The whole error line is at most 4096 bytes, line feed included.
   const std::string huge(5000, 'h');
