@@ -37,7 +37,9 @@ TEST_F(CmdlineParse, GetString) {
     char buffer[512];
     const char* cursor = c.in.c_str();
     EXPECT_EQ(CMDLINE_GetString(&cursor, buffer, sizeof buffer), c.result) << c.in;
-    if (c.result == 0) EXPECT_STREQ(buffer, c.value) << c.in;
+    if (c.result == 0) {
+      EXPECT_STREQ(buffer, c.value) << c.in;
+    }
     EXPECT_STREQ(cursor, c.rest) << c.in;
   }
 }
