@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -27,14 +26,13 @@ std::string Printed(const std::function<void()>& body) {
 // A private HOME and working files for this process.
 class ProjectTest : public ::testing::Test {
  protected:
-  void SetUp() override { setenv("HOME", dir_.c_str(), 1); }
+  void SetUp() override { setenv("HOME", tmp_.path().c_str(), 1); }
   void TearDown() override {
     if (PROJECT_IsOpen() == 1) Printed([] { PROJECT_Close(); });
   }
   std::string Write(const std::string& name, const std::string& text) {
-    const std::string path = dir_ + "/" + name;
-    std::ofstream(path, std::ios::binary) << text;
-    return path;
+    tmp_.write(name, text);
+    return tmp_.file(name);
   }
   // Opens quietly; returns the open's result.
   int Open(const std::string& path) {
@@ -45,14 +43,13 @@ class ProjectTest : public ::testing::Test {
   int OpenText(const std::string& text) { return Open(Write("t.pellam", text)); }
   // The open project saved quietly, as the file reads.
   std::string Saved() {
-    const std::string out = dir_ + "/saved.pellam";
+    const std::string out = tmp_.file("saved.pellam");
     Printed([&] { EXPECT_EQ(0, PROJECT_SaveAs(out.c_str())); });
     return ReadFile(out);
   }
   static std::string Reference(const char* name) { return ReadFile(kReferences + name); }
   static inline const std::string kReferences = std::string(PELLAM_SOURCE_DIR) + "/tests/data/project/";
   TempDir tmp_;
-  const std::string dir_ = tmp_.path();
   std::string out_;
 };
 
@@ -71,13 +68,13 @@ TEST_F(ProjectTest, EveryKeyLoadsAndSavesByteExact) {
   EXPECT_EQ(5u, PROJECT_GetSectorSelection(sel, 12));
   EXPECT_EQ(0, memcmp(sel, "\1\1\1\1\0\0\0\0\0\0\1\0", 12));
 
-  const std::string out = dir_ + "/out.pellam";
+  const std::string out = tmp_.file("out.pellam");
   EXPECT_EQ("Saving project file [" + out + "] ...\r\n- Project saved successfully\r\n",
             Printed([&] { EXPECT_EQ(0, PROJECT_SaveAs(out.c_str())); }));
   EXPECT_EQ(Reference("full_saved.pellam"), ReadFile(out));
   // The saved project is recorded as the current one.
   EXPECT_NE(std::string::npos,
-            ReadFile(dir_ + "/.config/Valmik/PellamSPI.ini").find("[PROJECT]\r\nCurrent=\"" + out + "\"\r\n"));
+            tmp_.read(".config/Valmik/PellamSPI.ini").find("[PROJECT]\r\nCurrent=\"" + out + "\"\r\n"));
 
   // Reading the saved file back changes nothing.
   FlashParams f, f2;
