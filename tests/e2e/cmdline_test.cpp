@@ -60,17 +60,14 @@ TEST(CommandLine, SyntaxErrorsStopTheWalk) {
   };
   const std::string decimal = "Expected an decimal digit (0-9)";
   const std::string hex = "Expected a hexadecimal digit (0-9, A-F) after hex specified \"0x\"";
-  const Case cases[] = {
-      {{"-openprj"}, "Missing command line parameter after option \"-openprj\".", true},
+  std::vector<Case> cases = {
       {{"-openprj\"\""}, "Missing command line parameter after option \"-openprj\"."},
       {{"-openprjboard.txt"}, "Wrong file extension after option \"-openprj\"."},
       {{"-openprj", "dir/.pellam"}, "Wrong file extension after option \"-openprj\"."},  // only a dot: no extension
-      {{"-open"}, "Missing command line parameter after option \"-open\".", true},
       {{"-opendata.bin"}, "Missing command line parameter after data file path."},
       {{"-open", "data.bin"}, "Missing command line parameter after data file path.", true},
       {{"-opendata.bin,zz"}, decimal + " after ',' for option \"-open\"."},
       {{"-open", "data.BIN", "0xZ"}, hex + " after option \"-open\"."},
-      {{"-saveas"}, "Missing command line parameter after option \"-saveas\".", true},
       {{"-saveasout.bin"}, "Missing command line parameter after data file path."},
       {{"-saveasout.bin,q"}, decimal + " as SADDR for option \"-saveas\"."},
       {{"-saveasout.bin,0x10"}, "Missing second ',' after SADDR."},
@@ -81,25 +78,24 @@ TEST(CommandLine, SyntaxErrorsStopTheWalk) {
       {{"-saveas", "out.bin", "-savez"}, decimal + " after option \"-save\"."},
       {{"-saveas", "out.bin", "-save1,"}, decimal + " after ',' for option \"-save\"."},
       {{"-saveas", "out.c", "-save", "1,2"}, decimal + " after option \"-save\"."},
-      {{"-pellamlog"}, "Missing command line parameter after option \"-pellamlog\".", true},
-      {{"-tarlolog"}, "Missing command line parameter after option \"-tarlolog\".", true},
-      {{"-readrange"}, "Missing command line parameter after option \"-readrange\".", true},
       {{"-readrange0x10"}, "Missing ',' after first address."},
       {{"-readrange0x10, "}, "Missing end address after ','."},
       {{"-readrange0x10,g"}, decimal + " as second address parameter after option \"-readrange\"."},
       {{"-readrangeg"}, decimal + " after option \"-readrange\"."},
       {{"-readrange", "0x1000,0x1FFF"}, decimal + " after option \"-readrange\"."},
-      {{"-select"}, "Missing command line parameter after option \"-select\".", true},
       {{"-select", "USB=zz"}, decimal + " after option \"-select USB=\"."},
       {{"-select", "COM1"}, "Invalid value for option \"-select\" found."},
       {{"-select", "USB123"}, "Invalid value for option \"-select\" found."},
-      {{"-speed"}, "Missing command line parameter after option \"-speed\".", true},
       {{"-speedfast"}, decimal + " after option \"-speed\"."},
       {{"-openprjnone.pellam", "-speedfast"},  // the project's block is copied before the value is read
        "No project file opened.\nERROR: " + decimal + " after option \"-speed\"."},
-      {{"-verbose"}, "Missing command line parameter after option \"-verbose\".", true},
       {{"-verbose", "0x"}, hex + " after option \"-verbose\"."},
   };
+  // Each option that takes a parameter, given last without it.
+  for (const char* option :
+       {"-openprj", "-open", "-saveas", "-pellamlog", "-tarlolog", "-readrange", "-select", "-speed", "-verbose"}) {
+    cases.push_back({{option}, "Missing command line parameter after option \"" + std::string(option) + "\".", true});
+  }
   for (const Case& c : cases) {
     TempDir dir;
     std::vector<std::string> args = {"-pellamlogbefore.log"};

@@ -35,10 +35,10 @@ def run(program, args, cwd, env, tty):
     """Runs the program; returns (exit status, stdout bytes, stderr bytes)."""
     out_path = os.path.join(cwd, "stdout.bin")
     with open(out_path, "wb") as out:
+        master, slave = pty.openpty() if tty else (None, subprocess.PIPE)
+        proc = subprocess.Popen([program] + args, cwd=cwd, env=env, stdin=subprocess.DEVNULL,
+                                stdout=out, stderr=slave, close_fds=True)
         if tty:
-            master, slave = pty.openpty()
-            proc = subprocess.Popen([program] + args, cwd=cwd, env=env, stdin=subprocess.DEVNULL,
-                                    stdout=out, stderr=slave, close_fds=True)
             os.close(slave)
             err = bytearray()
             deadline = time.monotonic() + TIMEOUT
@@ -56,8 +56,6 @@ def run(program, args, cwd, env, tty):
                     break
             os.close(master)
         else:
-            proc = subprocess.Popen([program] + args, cwd=cwd, env=env, stdin=subprocess.DEVNULL,
-                                    stdout=out, stderr=subprocess.PIPE)
             try:
                 _, err = proc.communicate(timeout=TIMEOUT)
             except subprocess.TimeoutExpired:
@@ -85,21 +83,17 @@ def main():
         # take their real time.
         env.update(HOME=tmp, TARLOSIM_CHIP="EF4012", TARLOSIM_TIMING="real",
                    TARLOSIM_FLASH=os.path.join(tmp, "flash.bin"))
-        for name, seed in (("a.bin", 1), ("b.bin", 2)):
-            data = bytes((i * 7 + seed * 13 + (i >> 8)) & 0xFF for i in range(0x20000))
-            with open(os.path.join(tmp, name), "wb") as f:
-                f.write(data)
+        with open(os.path.join(tmp, "b.bin"), "wb") as f:
+            f.write(bytes((i * 7 + 26 + (i >> 8)) & 0xFF for i in range(0x20000)))
 
-        def fresh_chip():
+        def auto_run(extra, tty):
             # Sectors holding other data, so the auto run erases and programs.
             with open(os.path.join(tmp, "flash.bin"), "wb") as f:
                 f.write(b"\x00" * 0x40000)
+            return run(program, extra + ["-open", "b.bin", "0", "-auto"], tmp, env, tty)
 
-        args = ["-open", "b.bin", "0", "-auto"]
-        fresh_chip()
-        status_tty, out_tty, err_tty = run(program, args, tmp, env, tty=True)
-        fresh_chip()
-        status_file, out_file, err_file = run(program, args, tmp, env, tty=False)
+        status_tty, out_tty, err_tty = auto_run([], tty=True)
+        status_file, out_file, err_file = auto_run([], tty=False)
 
         check(status_tty == 0 and status_file == 0, "auto runs succeed (%d, %d)" % (status_tty, status_file))
         check(b"Target erased, programmed and verified successfully." in out_tty, "auto run output")
@@ -123,8 +117,7 @@ def main():
         check(err_tty.endswith(b"\r\x1b[K"), "the last progress line is taken away: %r" % err_tty[-40:])
 
         # The same on a terminal at verbosity 0: not a byte.
-        fresh_chip()
-        status, out, err = run(program, ["-verbose0"] + args, tmp, env, tty=True)
+        status, out, err = auto_run(["-verbose0"], tty=True)
         check(status == 0 and b"Auto programming" not in out, "a quiet run shows no operation log")
         check(err == b"", "no progress at verbosity 0: %r" % err[:200])
 

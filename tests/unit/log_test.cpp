@@ -6,6 +6,7 @@
 #include <functional>
 #include <regex>
 #include <string>
+#include <utility>
 
 #include "app/log.h"
 #include "sys/sys.h"
@@ -45,11 +46,8 @@ class LogTest : public ::testing::Test {
 };
 
 TEST_F(LogTest, LineEndsBecomeCrLfUnlessCrLfFollowsLater) {
-  struct Case {
-    const char* in;
-    const char* out;
-  };
-  const Case cases[] = {
+  // Each input with what the writer makes of it.
+  const std::pair<const char*, const char*> cases[] = {
       {"plain", "plain"},
       {"a\nb", "a\r\nb"},
       {"a\nb\r\n", "a\nb\r\n"},
@@ -58,10 +56,9 @@ TEST_F(LogTest, LineEndsBecomeCrLfUnlessCrLfFollowsLater) {
       {"a\r\n\nb", "a\r\n\r\nb"},
   };
   LOG_SetVerbosity(0);   // the writer ignores verbosity
-  for (const Case& c : cases) {
+  for (const auto& [in, want] : cases) {
     // At indent 0 a partial line is the text exactly as the writer emits it.
-    std::string out = Capture([&] { LOG_OutPart(c.in); });
-    EXPECT_EQ(out, c.out) << "input: " << c.in;
+    EXPECT_EQ(Capture([&] { LOG_OutPart(in); }), want) << "input: " << in;
     Capture([] { LOG_EndLine(); });
   }
 }
@@ -182,12 +179,16 @@ TEST_F(LogTest, ErrorTextIsBoundedAndSeparatedByLineFeeds) {
 }
 
 TEST_F(LogTest, TimedResultLineShowsDuration) {
-  const std::string out = Capture([] {
-    LOG_BeginOp("Erasing ...");
-    usleep(20000);
-    LOG_EndOpTimed("Erase done");
-    LOG_Pop();
-  });
+  // A timed operation with the given body between its begin and its result.
+  auto timed = [](void (*body)()) {
+    return Capture([body] {
+      LOG_BeginOp("Erasing ...");
+      body();
+      LOG_EndOpTimed("Erase done");
+      LOG_Pop();
+    });
+  };
+  const std::string out = timed([] { usleep(20000); });
   std::smatch m;
   ASSERT_TRUE(std::regex_match(
       out, m, std::regex("Erasing \\.\\.\\.\r\n- Erase done\r\n- Completed after (\\d+)\\.(\\d{3}) seconds\\.\r\n")))
@@ -196,13 +197,7 @@ TEST_F(LogTest, TimedResultLineShowsDuration) {
   EXPECT_EQ(DisconnectCalls, 0);
 
   // After an error neither the result nor the duration appear.
-  const std::string failed = Capture([] {
-    LOG_BeginOp("Erasing ...");
-    LOG_ReportError("bad");
-    LOG_EndOpTimed("Erase done");
-    LOG_Pop();
-  });
-  EXPECT_EQ(failed, "Erasing ...\r\n- ERROR: bad\r\n");
+  EXPECT_EQ(timed([] { LOG_ReportError("bad"); }), "Erasing ...\r\n- ERROR: bad\r\n");
 }
 
 // One case hands in a format that is not a literal on purpose.
@@ -211,24 +206,17 @@ TEST_F(LogTest, TimedResultLineShowsDuration) {
 #pragma GCC diagnostic ignored "-Wformat-security"
 TEST_F(LogTest, UnconditionalPrintersUseBareLineFeeds) {
   LOG_SetVerbosity(0);
-  struct Case {
-    std::function<void()> print;
-    const char* out;
-  };
   const std::string tooLong(2048, 'x');
-  const Case cases[] = {
+  // Each call with what it prints.
+  const std::pair<std::function<void()>, std::string> cases[] = {
       {[] { LOG_Error("code %d", -5); }, "ERROR: code -5\n"},
       {[] { LOG_Error("line\n"); }, "ERROR: line\n"},
       {[] { LOG_Warning("a\nb"); }, "WARNING: a\nb\n"},
       {[] { LOG_Printf("a\nb %s", "c"); }, "a\nb c"},
-      {[&] { LOG_Printf("%s", tooLong.c_str()); }, nullptr},   // long argument is fine
+      {[&] { LOG_Printf("%s", tooLong.c_str()); }, tooLong},   // long argument is fine
       {[&] { LOG_Error(tooLong.c_str(), 0); }, ""},                // long format is dropped
   };
-  for (const Case& c : cases) {
-    const std::string out = Capture(c.print);
-    if (c.out != nullptr) EXPECT_EQ(out, c.out);
-    else EXPECT_EQ(out, tooLong);
-  }
+  for (const auto& [print, want] : cases) EXPECT_EQ(Capture(print), want);
   // The whole error line is at most 4096 bytes, line feed included.
   const std::string huge(5000, 'h');
   const std::string out = Capture([&] { LOG_Error("%s", huge.c_str()); });

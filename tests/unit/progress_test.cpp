@@ -1,7 +1,6 @@
 // The progress phases of the operation log and the progress line's text.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -9,12 +8,6 @@
 #include "app/progress.h"
 
 namespace {
-
-std::string Capture(const std::function<void()>& body) {
-  testing::internal::CaptureStdout();
-  body();
-  return testing::internal::GetCapturedStdout();
-}
 
 // A display that writes down what it is asked to do.
 std::vector<std::string> Calls;
@@ -68,18 +61,17 @@ TEST_F(ProgressPhases, APhaseEndsWithItsOperationOrTheNextPhase) {
 // before every write, and it is not redrawn over a partial log line.
 TEST_F(ProgressPhases, OutputHidesTheLineAndAPartialLineHoldsItBack) {
   LOG_SetVerbosity(3);
-  const std::string out = Capture([] {
-    LOG_BeginOp("Programming ...");
-    Calls.clear();
-    LOG_ProgressBegin("Programming", 100, LOG_PROGRESS_BYTES);
-    LOG_Info("a line");
-    LOG_Printf("plain\n");
-    LOG_OutPart("part");
-    LOG_ProgressAdvance(50);                   // held back: "part" is still open
-    LOG_EndLine();
-    LOG_ProgressAdvance(50);
-  });
-  EXPECT_EQ(out, "Programming ...\r\n- a line\r\nplain\n- part\r\n");
+  testing::internal::CaptureStdout();
+  LOG_BeginOp("Programming ...");
+  Calls.clear();
+  LOG_ProgressBegin("Programming", 100, LOG_PROGRESS_BYTES);
+  LOG_Info("a line");
+  LOG_Printf("plain\n");
+  LOG_OutPart("part");
+  LOG_ProgressAdvance(50);  // held back: "part" is still open
+  LOG_EndLine();
+  LOG_ProgressAdvance(50);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Programming ...\r\n- a line\r\nplain\n- part\r\n");
   const std::vector<std::string> expected = {"begin Programming 100 bytes", "hide", "hide", "hide", "hide",
                                              "advance 50"};
   EXPECT_EQ(Calls, expected);

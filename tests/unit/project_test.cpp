@@ -6,60 +6,55 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "project/project.h"
-#include "project/settings.h"
 #include "tests/e2e/run_program.h"
 
 namespace {
 
+// What the body prints on standard output.
+std::string Printed(const std::function<void()>& body) {
+  testing::internal::CaptureStdout();
+  body();
+  return testing::internal::GetCapturedStdout();
+}
+
 // A private HOME and working files for this process.
 class ProjectTest : public ::testing::Test {
  protected:
-  void SetUp() override { setenv("HOME", dir_.c_str(), 1); }
+  void SetUp() override { setenv("HOME", tmp_.path().c_str(), 1); }
   void TearDown() override {
-    if (PROJECT_IsOpen() == 1) {
-      testing::internal::CaptureStdout();
-      PROJECT_Close();
-      testing::internal::GetCapturedStdout();
-    }
+    if (PROJECT_IsOpen() == 1) Printed([] { PROJECT_Close(); });
   }
   std::string Write(const std::string& name, const std::string& text) {
-    const std::string path = dir_ + "/" + name;
-    std::ofstream(path, std::ios::binary) << text;
-    return path;
+    tmp_.write(name, text);
+    return tmp_.file(name);
   }
   // Opens quietly; returns the open's result.
   int Open(const std::string& path) {
-    testing::internal::CaptureStdout();
-    const int r = PROJECT_Open(path.c_str());
-    out_ = testing::internal::GetCapturedStdout();
+    int r = 0;
+    out_ = Printed([&] { r = PROJECT_Open(path.c_str()); });
     return r;
   }
   int OpenText(const std::string& text) { return Open(Write("t.pellam", text)); }
   // The open project saved quietly, as the file reads.
   std::string Saved() {
-    const std::string out = dir_ + "/saved.pellam";
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(0, PROJECT_SaveAs(out.c_str()));
-    testing::internal::GetCapturedStdout();
+    const std::string out = tmp_.file("saved.pellam");
+    Printed([&] { EXPECT_EQ(0, PROJECT_SaveAs(out.c_str())); });
     return ReadFile(out);
   }
   static std::string Reference(const char* name) { return ReadFile(kReferences + name); }
   static inline const std::string kReferences = std::string(PELLAM_SOURCE_DIR) + "/tests/data/project/";
   TempDir tmp_;
-  const std::string dir_ = tmp_.path();
   std::string out_;
 };
 
 TEST_F(ProjectTest, EveryKeyLoadsAndSavesByteExact) {
-  const std::string src = std::string(PELLAM_SOURCE_DIR) + "/tests/data/project/";
-  ASSERT_EQ(0, Open(src + "full.pellam"));
+  ASSERT_EQ(0, Open(kReferences + "full.pellam"));
   EXPECT_EQ(0, PROJECT_IsModified());
 
   // Every key that was read shows in the saved file; the step and selection
@@ -73,15 +68,13 @@ TEST_F(ProjectTest, EveryKeyLoadsAndSavesByteExact) {
   EXPECT_EQ(5u, PROJECT_GetSectorSelection(sel, 12));
   EXPECT_EQ(0, memcmp(sel, "\1\1\1\1\0\0\0\0\0\0\1\0", 12));
 
-  const std::string out = dir_ + "/out.pellam";
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(0, PROJECT_SaveAs(out.c_str()));
+  const std::string out = tmp_.file("out.pellam");
   EXPECT_EQ("Saving project file [" + out + "] ...\r\n- Project saved successfully\r\n",
-            testing::internal::GetCapturedStdout());
-  EXPECT_EQ(ReadFile(src + "full_saved.pellam"), ReadFile(out));
+            Printed([&] { EXPECT_EQ(0, PROJECT_SaveAs(out.c_str())); }));
+  EXPECT_EQ(Reference("full_saved.pellam"), ReadFile(out));
   // The saved project is recorded as the current one.
   EXPECT_NE(std::string::npos,
-            ReadFile(dir_ + "/.config/Valmik/PellamSPI.ini").find("[PROJECT]\r\nCurrent=\"" + out + "\"\r\n"));
+            tmp_.read(".config/Valmik/PellamSPI.ini").find("[PROJECT]\r\nCurrent=\"" + out + "\"\r\n"));
 
   // Reading the saved file back changes nothing.
   FlashParams f, f2;
@@ -259,10 +252,8 @@ TEST_F(ProjectTest, SettersCountWhatTheirQueriesCallADifference) {
 }
 
 TEST_F(ProjectTest, NewProjectDefaults) {
-  testing::internal::CaptureStdout();
-  ASSERT_EQ(0, PROJECT_New(nullptr));
   EXPECT_EQ("Creating new project ...\r\n- New project created successfully\r\n",
-            testing::internal::GetCapturedStdout());
+            Printed([] { ASSERT_EQ(0, PROJECT_New(nullptr)); }));
   EXPECT_EQ(1, PROJECT_IsModified());
   EXPECT_STREQ("", PROJECT_GetName());
   uint8_t sel[4];
@@ -271,30 +262,25 @@ TEST_F(ProjectTest, NewProjectDefaults) {
   uint32_t addr = 1;
   PROJECT_SetDataFile("a.hex", 0x100);
   const std::string longName(600, 'n');
-  testing::internal::CaptureStdout();
-  PROJECT_SetDataFile(longName.c_str(), 0x200);
-  EXPECT_EQ("ERROR: Too large file name.\n", testing::internal::GetCapturedStdout());
+  EXPECT_EQ("ERROR: Too large file name.\n", Printed([&] { PROJECT_SetDataFile(longName.c_str(), 0x200); }));
   EXPECT_STREQ("a.hex", PROJECT_GetDataFile(&addr));
   EXPECT_EQ(0x200u, addr);
   EXPECT_EQ(Reference("new_saved.pellam"), Saved());
   PROJECT_SetDataFile("b.hex", 0);
   // Closing drops the changes: the prompt is answered "No".
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(0, PROJECT_Close());
-  EXPECT_EQ("Close project\r\n- Project closed\r\n", testing::internal::GetCapturedStdout());
+  EXPECT_EQ("Close project\r\n- Project closed\r\n", Printed([] { EXPECT_EQ(0, PROJECT_Close()); }));
   EXPECT_EQ(0, PROJECT_IsOpen());
 
   // Without a project: getters fill zeros, the speed setter does nothing,
   // closing still ends with its result line; each complains.
   FlashParams f;
-  testing::internal::CaptureStdout();
-  PROJECT_GetFlashParams(&f);
-  EXPECT_EQ(0u, PROJECT_GetInterfaceSpeed());
-  PROJECT_SetInterfaceSpeed(100);
-  EXPECT_EQ(0, PROJECT_Close());
   const std::string none = "ERROR: No project file opened.\n";
-  EXPECT_EQ(none + none + none + "Close project\r\n" + none + "- Project closed\r\n",
-            testing::internal::GetCapturedStdout());
+  EXPECT_EQ(none + none + none + "Close project\r\n" + none + "- Project closed\r\n", Printed([&] {
+              PROJECT_GetFlashParams(&f);
+              EXPECT_EQ(0u, PROJECT_GetInterfaceSpeed());
+              PROJECT_SetInterfaceSpeed(100);
+              EXPECT_EQ(0, PROJECT_Close());
+            }));
   EXPECT_EQ(0u, f.NumPages);
   EXPECT_EQ(0, f.CmdEraseSector);
 }
@@ -307,15 +293,11 @@ TEST_F(ProjectTest, SaveFailuresLeaveTheFile) {
   EXPECT_EQ(1, PROJECT_IsModified());
   PROJECT_SetInterfaceSpeed(6000);
   chmod(path.c_str(), 0444);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(-1, PROJECT_Save());
-  const std::string out = testing::internal::GetCapturedStdout();
+  const std::string out = Printed([] { EXPECT_EQ(-1, PROJECT_Save()); });
   EXPECT_NE(std::string::npos, out.find("ERROR: Failed to save project file")) << out;
   EXPECT_EQ("[JTAG]\r\nSpeed0 = 4000\r\n", ReadFile(path));
   chmod(path.c_str(), 0644);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(0, PROJECT_Save());
-  testing::internal::GetCapturedStdout();
+  Printed([] { EXPECT_EQ(0, PROJECT_Save()); });
   EXPECT_NE(std::string::npos, ReadFile(path).find("  Speed0 = 6000\r\n"));
   EXPECT_NE(std::string::npos, ReadFile(path).find("  SelectedSectors[2] = 1-2,5\r\n"));
   EXPECT_EQ(0, PROJECT_IsModified());

@@ -26,6 +26,12 @@ std::string Text() {
   return t != nullptr ? std::string(t, n) : std::string();
 }
 
+std::string Printed(const std::function<void()>& body) {
+  testing::internal::CaptureStdout();
+  body();
+  return testing::internal::GetCapturedStdout();
+}
+
 std::string TempPath(const char* name) {
   return ::testing::TempDir() + "settings_" + std::to_string(getpid()) + "_" + name;
 }
@@ -67,9 +73,7 @@ TEST(SettingsRead, U32ValueFormsAndLookup) {
   for (const auto& c : cases) {
     Load(c.text);
     uint32_t v = 123;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(c.result, SETTINGS_GetU32("S", "Key", &v)) << c.text;
-    EXPECT_EQ(c.printed, testing::internal::GetCapturedStdout()) << c.text;
+    EXPECT_EQ(c.printed, Printed([&] { EXPECT_EQ(c.result, SETTINGS_GetU32("S", "Key", &v)) << c.text; })) << c.text;
     EXPECT_EQ(c.value, v) << c.text;
   }
   Load("Key = 9\r\n[S]\r\nKey = 1\r\n");
@@ -87,12 +91,10 @@ TEST(SettingsRead, StringsArraysAndIndexSets) {
   char buf[8];
   EXPECT_EQ(-1, SETTINGS_GetString("S", "A", buf, sizeof buf));  // -1 even on success
   EXPECT_STREQ("abc", buf);
-  testing::internal::CaptureStdout();
-  SETTINGS_GetString("S", "B", buf, sizeof buf);
+  Printed([&] { SETTINGS_GetString("S", "B", buf, sizeof buf); });
   EXPECT_STREQ("", buf);
-  SETTINGS_GetString("S", "D", buf, sizeof buf);
+  Printed([&] { SETTINGS_GetString("S", "D", buf, sizeof buf); });
   EXPECT_STREQ("abcdefg", buf);  // the cut prefix stays
-  testing::internal::GetCapturedStdout();
   SETTINGS_GetString("S", "E", buf, sizeof buf);
   EXPECT_STREQ("", buf);
 
@@ -101,23 +103,22 @@ TEST(SettingsRead, StringsArraysAndIndexSets) {
   EXPECT_EQ((std::array<uint8_t, 4>{0xC2, 0x20, 0x17, 0}), (std::array<uint8_t, 4>{b[0], b[1], b[2], b[3]}));
   EXPECT_EQ(0, SETTINGS_GetByteArray("S", "One", b, 4));
   EXPECT_EQ(0, b[0]);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(-1, SETTINGS_GetByteArray("S", "Big", b, 4));
-  EXPECT_EQ("ERROR: Expected a value <= 255\n", testing::internal::GetCapturedStdout());
+  EXPECT_EQ("ERROR: Expected a value <= 255\n",
+            Printed([&] { EXPECT_EQ(-1, SETTINGS_GetByteArray("S", "Big", b, 4)); }));
   EXPECT_EQ(0, SETTINGS_GetDecByteArray("S", "Dec", b, 4));
   EXPECT_EQ(255, b[1]);  // clamped, not reported
   EXPECT_EQ(7, b[2]);
   EXPECT_EQ(0, SETTINGS_GetByteArray("S", "abID", b, 2));  // capacity limits
   EXPECT_EQ(0x20, b[1]);
 
+  // Each index set as the flags it reads to: the buffer is cleared first.
   uint8_t f[10];
-  EXPECT_EQ(0, SETTINGS_GetIndexSet("S", "Sel", f, 10));
-  EXPECT_EQ(std::string("\1\1\1\0\0\1\0\1\1\0", 10), std::string(reinterpret_cast<char*>(f), 10));
-  EXPECT_EQ(0, SETTINGS_GetIndexSet("S", "Far", f, 10));
-  EXPECT_EQ(std::string("\0\0\0\0\1\0\0\0\0\0", 10), std::string(reinterpret_cast<char*>(f), 10));
-  EXPECT_EQ(0, SETTINGS_GetIndexSet("S", "Back", f, 10));
-  EXPECT_EQ(1, f[6]);
-  EXPECT_EQ(0, f[5]);
+  for (const auto& [key, flags] : {std::pair<const char*, std::string>{"Sel", {"\1\1\1\0\0\1\0\1\1\0", 10}},
+                                   {"Far", {"\0\0\0\0\1\0\0\0\0\0", 10}},
+                                   {"Back", {"\0\0\0\0\0\0\1\0\0\0", 10}}}) {
+    EXPECT_EQ(0, SETTINGS_GetIndexSet("S", key, f, 10)) << key;
+    EXPECT_EQ(flags, std::string(reinterpret_cast<char*>(f), 10)) << key;
+  }
 }
 
 // The line forms and the section order are pinned by the project save
@@ -230,12 +231,6 @@ TEST(SettingsIndex, AgreesWithScanning) {
   }
 }
 
-std::string Printed(const std::function<void()>& body) {
-  testing::internal::CaptureStdout();
-  body();
-  return testing::internal::GetCapturedStdout();
-}
-
 // New, save, open and close; an unmodified save does not touch the disk; a
 // file that exists is not made new, a read-only one not saved over; without
 // an open store, every operation warns.
@@ -277,6 +272,13 @@ TEST(SettingsFile, LifecycleAndRefusals) {
   unlink(path.c_str());
 }
 
+// Writes the store's file anew and has the store read it: a new name does.
+void Rewrite(const std::string& path, const std::string& text) {
+  { std::ofstream(path, std::ios::binary) << text; }
+  APPINI_SetFile("", nullptr);
+  APPINI_SetFile(path.c_str(), nullptr);
+}
+
 TEST(AppSettings, CaseSensitiveStoreWrittenAfterEveryChange) {
   const std::string path = TempPath("app.ini");
   unlink(path.c_str());
@@ -293,12 +295,8 @@ TEST(AppSettings, CaseSensitiveStoreWrittenAfterEveryChange) {
 
   // A new name makes the store read the file anew. A key is followed by '='
   // or a space, nothing else.
-  {
-    std::ofstream(path, std::ios::binary) << "[project]\r\nCurrent=\"x\"\r\n[PROJECT]\r\nFlags = 0x1F\r\nN = 7\r\n"
-                                             "Bad = 7\r\nTab\t= 0x2\r\nSp 0x3\r\n";
-  }
-  APPINI_SetFile("", nullptr);
-  APPINI_SetFile(path.c_str(), nullptr);
+  Rewrite(path,
+          "[project]\r\nCurrent=\"x\"\r\n[PROJECT]\r\nFlags = 0x1F\r\nN = 7\r\nBad = 7\r\nTab\t= 0x2\r\nSp 0x3\r\n");
   EXPECT_EQ(-1, APPINI_GetString("PROJECT", "Current", buf, sizeof buf));  // [project] is another section
   uint32_t u = 0;
   EXPECT_EQ(0, APPINI_GetU32("PROJECT", "Flags", &u));
@@ -317,9 +315,7 @@ TEST(AppSettings, CaseSensitiveStoreWrittenAfterEveryChange) {
   EXPECT_EQ(-1, APPINI_GetU32("PROJECT", "Bad", &u));  // only "0x" numbers
   EXPECT_EQ("Error while parsing subkey \"Bad\" in settings file. Syntax error.", reported);
   // A write takes out only the key's line and puts the new one directly after the header.
-  { std::ofstream(path, std::ios::binary) << "[PROJECT]\r\n\r\nN = 7\r\n\r\nM = 1\r\n"; }
-  APPINI_SetFile("", nullptr);
-  APPINI_SetFile(path.c_str(), nullptr);
+  Rewrite(path, "[PROJECT]\r\n\r\nN = 7\r\n\r\nM = 1\r\n");
   EXPECT_EQ(0, APPINI_SetDec("PROJECT", "N", 8));
   EXPECT_EQ("[PROJECT]\r\nN = 8\r\n\r\n\r\nM = 1\r\n", ReadFile(path));
   EXPECT_EQ(0, APPINI_GetDec("PROJECT", "M", &d));
