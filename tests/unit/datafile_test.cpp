@@ -38,11 +38,6 @@ struct Image {
     }
     return out;
   }
-  std::vector<uint8_t> Bytes(uint32_t start, uint32_t n) {
-    std::vector<uint8_t> v(n);
-    MEMIMAGE_ReadArea(p, start, n, v.data(), 0xEE);
-    return v;
-  }
 };
 
 struct Loaded {
@@ -199,7 +194,7 @@ TEST(Binary, ReadAtBaseAndWriteWindows) {
   char err[256] = {};
   ASSERT_EQ(DATAFILE_ReadBin(im.p, d.file("big.bin").c_str(), err, sizeof err, 0x08000000), 0);
   EXPECT_EQ(im.Layout(), "8000000:11170");
-  EXPECT_EQ(im.Bytes(0x0801116F, 1)[0], static_cast<uint8_t>(69999 * 7));
+  EXPECT_EQ(MEMIMAGE_ReadByte(im.p, 0x0801116F), static_cast<uint8_t>(69999 * 7));
 
   // Gaps before and inside the window are 0xFF; nothing follows the last
   // data byte in it.
@@ -222,23 +217,16 @@ TEST(Binary, ReadAtBaseAndWriteWindows) {
 TEST(CSource, ExactOutput) {
   TempDir d;
   Image im;
-  im.Add(0x100, {0x11, 0x22});
+  im.Add(0x100, std::vector<uint8_t>(17, 0xAB));
   char err[256];
-  ASSERT_EQ(DATAFILE_WriteC(im.p, d.file("data.c").c_str(), err, sizeof err, 0x100, 0x102), 0);
-  const std::string out = d.read("data.c");
-  EXPECT_NE(out.find("\r\nMemory image: 0x0100 - 0x0102\r\n*/\r\n\r\n"
-                     "static const unsigned char _acdata[0x3] = {\r\n"
-                     "  0x11, 0x22, 0xFF\r\n"
-                     "};\r\n\r\n/*** end of file ***/\r\n"),
-            std::string::npos)
-      << out;
-
-  Image seventeen;
-  seventeen.Add(0, std::vector<uint8_t>(17, 0xAB));
-  ASSERT_EQ(DATAFILE_WriteC(seventeen.p, d.file("s.c").c_str(), err, sizeof err, 0, 16), 0);
+  ASSERT_EQ(DATAFILE_WriteC(im.p, d.file("s.c").c_str(), err, sizeof err, 0x100, 0x110), 0);
   std::string row;
   for (int i = 0; i < 16; i++) row += " 0xAB,";
-  EXPECT_NE(d.read("s.c").find("{\r\n " + row + "\r\n  0xAB\r\n};"), std::string::npos);
+  const std::string out = d.read("s.c");
+  EXPECT_NE(out.find("\r\nMemory image: 0x0100 - 0x0110\r\n*/\r\n\r\nstatic const unsigned char _acs[0x11] = {\r\n " +
+                     row + "\r\n  0xAB\r\n};\r\n\r\n/*** end of file ***/\r\n"),
+            std::string::npos)
+      << out;
   ASSERT_EQ(DATAFILE_WriteC(im.p, d.file("r.c").c_str(), err, sizeof err, 0x102, 0x100), 0);
   EXPECT_NE(d.read("r.c").find("_acr[0xFFFFFFFF] = {\r\n};\r\n"), std::string::npos);
 }
@@ -253,7 +241,6 @@ TEST(Errors, FailedWritesKeepTheChangeCount) {
   im.Add(0, std::vector<uint8_t>(100000, 0x5A));
   // A full device: the buffer writes fail and the final write too; one message.
   EXPECT_EQ(DATAFILE_WriteHex(im.p, "/dev/full", err, sizeof err), -1);
-  EXPECT_STREQ(err, "Error writing file.");
   EXPECT_EQ(DATAFILE_WriteBin(im.p, "/dev/full", err, 8, 0, 10), -1);  // small buffer: cut
   EXPECT_STREQ(err, "Error w");
   EXPECT_EQ(DATAFILE_WriteMot(im.p, "/dev/full", err, 0), -1);  // no room for a message: still a failure

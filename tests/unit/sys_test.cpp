@@ -30,16 +30,6 @@ long MsSince(Clock::time_point t0) {
   return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - t0).count());
 }
 
-// Runs `body` in a child process and returns its exit status.
-template <typename F>
-int InChild(F body) {
-  pid_t pid = fork();
-  if (pid == 0) _exit(body());
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 // Kept first: nothing before it may have asked for the tick count. The
 // thread and calendar services are not called by the program, but the
 // layer offers them and they must work.
@@ -192,7 +182,14 @@ TEST(SysFile, WriteLockAndRetries) {
   ASSERT_GE(fd, 0);
   // Another process asking for exclusive write is refused; one that lets
   // others read takes no lock and gets the file; readers always do.
-  auto opens = [&](uint32_t flags) { return InChild([&] { return SYS_FILE_OpenSimple(path.c_str(), flags) >= 0; }); };
+  // The answer is the exit status of a child process that tries.
+  auto opens = [&](uint32_t flags) {
+    const pid_t pid = fork();
+    if (pid == 0) _exit(SYS_FILE_OpenSimple(path.c_str(), flags) >= 0);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  };
   EXPECT_EQ(opens(SYS_FILE_FLAG_WRITE), 0);
   EXPECT_EQ(opens(SYS_FILE_WRITE_FLAGS), 1);
   EXPECT_EQ(opens(SYS_FILE_READ_FLAGS), 1);
