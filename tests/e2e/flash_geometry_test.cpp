@@ -58,9 +58,8 @@ TEST(FlashGeometry, GeometryBeyondTheAddressSpaceIsRefusedNamingItsKeys) {
       {byteSectors, {"-open", "d.bin", "0", "-auto"}, "Failed to auto program target."},
   };
   for (const Case& c : cases) {
-    std::string label = std::string(c.g.numPages) + "/" + std::to_string(c.g.pageShift) + "/" +
-                        std::to_string(c.g.sectorShift) + " " + c.action.back();
-    SCOPED_TRACE(label);
+    SCOPED_TRACE(testing::Message() << c.g.numPages << "/" << c.g.pageShift << "/" << c.g.sectorShift << " "
+                                    << c.action.back());
     Rig rig;
     rig.project = Project(c.g);
     const Bytes before = Pattern(0x2000, 1);
@@ -68,9 +67,7 @@ TEST(FlashGeometry, GeometryBeyondTheAddressSpaceIsRefusedNamingItsKeys) {
     rig.dir.write("d.bin", Pattern(0x1000, 2));
     RunResult r = rig.Run(c.action);
     EXPECT_EQ(r.exitStatus, 1) << r.out << r.err;
-    EXPECT_TRUE(Has(r, "ERROR: Flash geometry")) << r.out;
-    EXPECT_TRUE(Has(r, "NumPages = ")) << r.out;
-    EXPECT_TRUE(Has(r, c.failure)) << r.out;
+    EXPECT_TRUE(Has(r, "ERROR: Flash geometry") && Has(r, "NumPages = ") && Has(r, c.failure)) << r.out;
     EXPECT_EQ(rig.Flash().substr(0, before.size()), before);
   }
 }
