@@ -8,14 +8,10 @@
 
 namespace {
 
-class CmdlineParse : public ::testing::Test {
- protected:
-  // The parsers' own messages are not what these cases look at.
-  void SetUp() override { LOG_SetVerbosity(0); }
-  void TearDown() override { LOG_SetVerbosity(3); }
-};
-
-TEST_F(CmdlineParse, GetString) {
+// The parsers' own messages are not what these cases look at: both run at
+// verbosity 0.
+TEST(CmdlineParse, GetString) {
+  LOG_SetVerbosity(0);
   struct Case {
     std::string in;
     int result;
@@ -44,7 +40,8 @@ TEST_F(CmdlineParse, GetString) {
   }
 }
 
-TEST_F(CmdlineParse, GetNumber) {
+TEST(CmdlineParse, GetNumber) {
+  LOG_SetVerbosity(0);
   struct Case {
     const char* in;
     uint32_t value;

@@ -41,12 +41,11 @@ TEST(FlashGeometry, GeometryBeyondTheAddressSpaceIsRefusedNamingItsKeys) {
     const char* failure;
   };
   const Geometry pages32 = {"0xFFFFFFFF", 8, 8};
-  const Geometry minusOne = {"-1", 8, 8};
   const Geometry pageShift32 = {"0x10000", 32, 0};
   const Geometry byteSectors = {"0x1000000", 8, 0};   // 4 GiB in 2^32 one-byte sectors
   const Case cases[] = {
       {pages32, {"-open", "d.bin", "0", "-auto"}, "Failed to auto program target."},
-      {minusOne, {"-open", "d.bin", "0", "-auto"}, "Failed to auto program target."},
+      {{"-1", 8, 8}, {"-open", "d.bin", "0", "-auto"}, "Failed to auto program target."},
       {pages32, {"-erasesectors"}, "Failed to erase sectors."},
       {pages32, {"-readchip"}, "Failed to read back target memory."},
       {pages32, {"-erasechip"}, "Failed to erase chip."},
@@ -164,10 +163,8 @@ TEST(FlashGeometry, AutoProgramsAndVerifiesDataNoSectorCovers) {
       Rig rig;
       rig.project = Project(c.g);
       if (filled) rig.SetFlash(c.at, Bytes(image.size(), '\0'));
-      char base[16];
-      std::snprintf(base, sizeof base, "0x%X", c.at);
       rig.dir.write("d.bin", image);
-      RunResult r = rig.Run({"-open", "d.bin", base, "-auto"});
+      RunResult r = rig.Run({"-open", "d.bin", std::to_string(c.at), "-auto"});
       if (filled) {
         EXPECT_EQ(r.exitStatus, 1) << r.out;
         EXPECT_TRUE(Has(r, "Verification failed @ address")) << r.out;
