@@ -71,18 +71,6 @@ TEST(FlashGeometry, GeometryBeyondTheAddressSpaceIsRefusedNamingItsKeys) {
   }
 }
 
-// A chip of exactly 4 GiB still fits the addresses: its sector table is
-// built and an auto run of a small image works on the first sector.
-TEST(FlashGeometry, ChipOfTheWholeAddressSpaceIsAccepted) {
-  Rig rig;
-  rig.project = Project({"0x1000000", 8, 16});
-  const Bytes image = Pattern(0x1000, 3);
-  rig.dir.write("d.bin", image);
-  RunResult r = rig.Run({"-open", "d.bin", "0", "-auto"});
-  EXPECT_EQ(r.exitStatus, 0) << r.out;
-  EXPECT_EQ(rig.Flash().substr(0, image.size()), image);
-}
-
 // A 32 MiB part driven with three address bytes reaches only its low 16 MiB:
 // a command for an address above goes out cut to 24 bits and lands at the
 // bottom of the chip. Every operation that names addresses refuses those
