@@ -310,7 +310,7 @@ SeqStep Step(uint32_t action, uint32_t v0 = 0, uint32_t v1 = 0, std::vector<uint
   s.Action = action;
   s.Value0 = v0;
   s.Value1 = v1;
-  std::memcpy(s.Data, data.data(), std::min(data.size(), sizeof(s.Data)));
+  std::copy_n(data.begin(), std::min(data.size(), sizeof(s.Data)), s.Data);
   return s;
 }
 
