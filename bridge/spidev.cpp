@@ -59,7 +59,7 @@ class Spidev final : public Link {
   };
   static constexpr uint32_t kNoTx = 0xFFFFFFFFu;
 
-  bool Queue(Xfer x);
+  bool Queue(const uint8_t* tx, bool fill, uint8_t* rx, uint32_t len, bool ends);
   bool Flush();
   uint32_t MaxLen() const { return bufsiz_ / kAlign * kAlign; }
   bool Dying(const std::string& what) { return Fail(name_ + " " + what, true); }
@@ -76,10 +76,20 @@ class Spidev final : public Link {
   bool selected_ = false;  // the last call left chip select active
 };
 
-bool Spidev::Queue(Xfer x) {
-  const uint32_t t = x.tx != kNoTx ? Rounded(x.len) : 0, r = x.rx ? Rounded(x.len) : 0;
+// tx: the bytes to send (null with fill: 0xFF; null without: none).
+bool Spidev::Queue(const uint8_t* tx, bool fill, uint8_t* rx, uint32_t len, bool ends) {
+  const bool sends = tx || fill;
+  const uint32_t t = sends ? Rounded(len) : 0, r = rx ? Rounded(len) : 0;
   if (queue_.size() == kMaxTransfers || txSum_ + t > bufsiz_ || rxSum_ + r > bufsiz_)
     if (!Flush()) return false;
+  Xfer x{kNoTx, rx, len, ends};
+  if (sends) {
+    x.tx = static_cast<uint32_t>(txData_.size());
+    if (tx)
+      txData_.insert(txData_.end(), tx, tx + len);
+    else
+      txData_.insert(txData_.end(), len, 0xFF);
+  }
   queue_.push_back(x);
   txSum_ += t;
   rxSum_ += r;
@@ -95,22 +105,14 @@ bool Spidev::Add(const uint8_t* out, uint8_t* in, uint32_t n, bool last) {
       return true;
     }
     // The frame began in an earlier call: an empty transfer ends it.
-    return !selected_ || Queue({kNoTx, nullptr, 0, true});
+    return !selected_ || Queue(nullptr, false, nullptr, 0, true);
   }
   // Pieces of one transfer fit the bounce buffers; chip select stays active
   // between them.
   for (uint32_t at = 0; at < n;) {
     const uint32_t k = std::min(n - at, MaxLen());
-    uint32_t tx = kNoTx;
-    if (out || !in) {
-      tx = static_cast<uint32_t>(txData_.size());
-      if (out)
-        txData_.insert(txData_.end(), out + at, out + at + k);
-      else
-        txData_.insert(txData_.end(), k, 0xFF);
-    }
+    if (!Queue(out ? out + at : nullptr, !out && !in, in ? in + at : nullptr, k, last && at + k == n)) return false;
     at += k;
-    if (!Queue({tx, in ? in + at - k : nullptr, k, last && at == n})) return false;
   }
   return true;
 }
@@ -251,7 +253,7 @@ bool Spidev::Open(const Config& c, std::string& error) {
 void Spidev::Close() {
   if (fd_ < 0) return;
   if (!Dead()) {
-    if (selected_ && queue_.empty()) Queue({kNoTx, nullptr, 0, true});
+    if (selected_ && queue_.empty()) Queue(nullptr, false, nullptr, 0, true);
     if (!queue_.empty()) queue_.back().ends = true;
     Flush();
   }
