@@ -1,0 +1,1 @@
+pellam_fuzz_target(bridge_config_fuzz bridge_config)
