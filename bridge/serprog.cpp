@@ -396,10 +396,12 @@ int Serprog::Poll(const uint8_t* prefix, uint32_t prefixLen, uint8_t* in, uint32
          false);
     return kLinkFailed;
   }
-  // A few polls travel ahead, so the device answers the next while this
-  // program looks at the last; extra answers are read and dropped later.
+  // While the chip stays busy, more polls travel ahead, so the device
+  // answers the next while this program looks at the last; extra answers
+  // are read and dropped later. A chip that is ready at once costs one.
   const uint32_t id = ++pollSeq_;
-  const uint32_t ahead = std::max(1u, std::min(kMaxPollsAhead, serbuf_ / (7 + prefixLen)));
+  const uint32_t most = std::max(1u, std::min(kMaxPollsAhead, serbuf_ / (7 + prefixLen)));
+  uint32_t ahead = 1;
   const int64_t deadline = NowMs() + kPollLimitMs;
   uint32_t sent = 0, got = 0;
   for (;;) {
@@ -416,6 +418,7 @@ int Serprog::Poll(const uint8_t* prefix, uint32_t prefixLen, uint8_t* in, uint32
     std::memcpy(in, answer_.data(), n);
     if ((Le(in, n) & c.mask) == c.expected) return static_cast<int>(got);
     if (got >= c.maxRepeat || NowMs() > deadline) return kPollNotMet;
+    ahead = std::min(most, ahead * 2);
   }
 }
 
