@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # The installed layout and the Debian packages, used as a user would:
 # - cmake --install (a prefix, and DESTDIR) gives bin/pellam-spi alone and the
-#   simulator variant in lib/pellam-spi/sim/ behind the link bin/pellam-spi-sim;
+#   simulator and bridge variants in lib/pellam-spi/{sim,bridge}/ behind the
+#   links bin/pellam-spi-sim and bin/pellam-spi-bridge;
 # - the packages built by cpack, unpacked into a scratch root, run: the sim
-#   command programs the sample, the plain command does not find the simulator.
+#   command programs the sample, the bridge command reaches its own library,
+#   the plain command finds neither.
 # usage: install_test.sh <build dir> <source dir>
 set -euo pipefail
 build=$1
@@ -38,6 +40,10 @@ run_pair() {
     > "$work/path.txt" 2>&1 || status=$?
   check "$label: pellam-spi-sim found through PATH finds the simulator (status $status)" test $status = 1
   check "$label: ... and reaches the chip" grep -q "Verifying target" "$work/path.txt"
+  status=0
+  (cd "$work" && HOME=$work env -u PELLAM_BRIDGE "$bin/pellam-spi-bridge" -connect) > "$work/bridge.txt" 2>&1 || status=$?
+  check "$label: pellam-spi-bridge without PELLAM_BRIDGE fails (status $status)" test $status = 1
+  check "$label: ... with the bridge library's reason" grep -q "PELLAM_BRIDGE is not set" "$work/bridge.txt"
   if [ $real_probe_lib = 0 ]; then
     status=0
     (cd "$work" && HOME=$work "$bin/pellam-spi" -?) > "$work/plain.txt" 2>&1 || status=$?
@@ -51,13 +57,15 @@ run_pair() {
 check_layout() {  # check_layout <root> <label>
   local root=$1 label=$2
   check "$label: bin/pellam-spi" test -x "$root/bin/pellam-spi" -a ! -L "$root/bin/pellam-spi"
-  check "$label: nothing beside bin/pellam-spi but the sim link" \
-    test "$(cd "$root/bin" && ls | tr '\n' ' ')" = "pellam-spi pellam-spi-sim "
-  check "$label: bin/pellam-spi-sim is a link to the sim copy" \
-    test "$(readlink "$root/bin/pellam-spi-sim")" = "../lib/pellam-spi/sim/pellam-spi"
-  check "$label: the sim copy" test -x "$root/lib/pellam-spi/sim/pellam-spi"
-  check "$label: the simulated library" test -f "$root/lib/pellam-spi/sim/libtarloarm.so"
-  check "$label: man pages" test -f "$root/share/man/man1/pellam-spi.1" -a -f "$root/share/man/man1/pellam-spi-sim.1"
+  check "$label: nothing beside bin/pellam-spi but the variants' links" \
+    test "$(cd "$root/bin" && ls | tr '\n' ' ')" = "pellam-spi pellam-spi-bridge pellam-spi-sim "
+  for variant in sim bridge; do
+    check "$label: bin/pellam-spi-$variant is a link to the $variant copy" \
+      test "$(readlink "$root/bin/pellam-spi-$variant")" = "../lib/pellam-spi/$variant/pellam-spi"
+    check "$label: the $variant copy and its library" \
+      test -x "$root/lib/pellam-spi/$variant/pellam-spi" -a -f "$root/lib/pellam-spi/$variant/libtarloarm.so"
+  done
+  check "$label: man pages" sh -c "cd '$root/share/man/man1' && test -f pellam-spi.1 -a -f pellam-spi-sim.1 -a -f pellam-spi-bridge.1"
 }
 
 cmake --install "$build" --prefix "$tmp/prefix" > /dev/null
@@ -72,11 +80,14 @@ cpack --config "$build/CPackConfig.cmake" -B "$tmp/packages" > "$tmp/cpack.txt" 
   echo "FAIL: cpack"; cat "$tmp/cpack.txt"; exit 1; }
 program_deb=$(ls "$tmp"/packages/pellam-spi_*.deb)
 sim_deb=$(ls "$tmp"/packages/pellam-spi-sim_*.deb)
-check "pellam-spi depends on the C library" sh -c "dpkg-deb -f '$program_deb' Depends | grep -q libc6"
-check "pellam-spi-sim depends on the C library" sh -c "dpkg-deb -f '$sim_deb' Depends | grep -q libc6"
+bridge_deb=$(ls "$tmp"/packages/pellam-spi-bridge_*.deb)
 check "pellam-spi holds no probe library" sh -c "! dpkg-deb -c '$program_deb' | grep -q libtarloarm"
-dpkg -x "$program_deb" "$tmp/root"
-dpkg -x "$sim_deb" "$tmp/root"
+check "pellam-spi-bridge holds its variant and nothing else" test "$(dpkg-deb -c "$bridge_deb" | awk '!/\/$/ {print $6}' | sort | tr '\n' ' ')" = \
+  "./usr/bin/pellam-spi-bridge ./usr/lib/pellam-spi/bridge/libtarloarm.so ./usr/lib/pellam-spi/bridge/pellam-spi ./usr/share/man/man1/pellam-spi-bridge.1 "
+for deb in "$program_deb" "$sim_deb" "$bridge_deb"; do
+  check "$(basename "$deb") depends on the C library" sh -c "dpkg-deb -f '$deb' Depends | grep -q libc6"
+  dpkg -x "$deb" "$tmp/root"
+done
 check_layout "$tmp/root/usr" "packages"
 run_pair "$tmp/root/usr/bin" "packages"
 

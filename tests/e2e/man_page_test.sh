@@ -9,7 +9,7 @@ tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
 fail=0
 
-for page in "$pages"/pellam-spi.1 "$pages"/pellam-spi-sim.1; do
+for page in "$pages"/pellam-spi.1 "$pages"/pellam-spi-sim.1 "$pages"/pellam-spi-bridge.1; do
   warnings=$(groff -man -Tutf8 -ww -z "$page" 2>&1) || true
   if [ -n "$warnings" ]; then
     echo "FAIL: $(basename "$page") renders with warnings:"; echo "$warnings"; fail=1
