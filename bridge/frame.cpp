@@ -41,15 +41,17 @@ bool Frames::Add(const uint8_t* out, uint8_t* in, uint32_t n, bool begin, bool e
 int Frames::Transfer(const uint8_t* out, uint8_t* in, uint32_t numBits, uint32_t flags) {
   const uint32_t n = (numBits + 7) / 8;
   bool ok = Add(out, in, n, flags & TARLO_SPI_FLAG_BEGIN, flags & kEndBits);
-  // The caller reads its buffer when the call returns.
-  if (ok && in) ok = link_.Sync();
+  // The caller reads its buffer when the call returns; and a finished frame
+  // reaches the chip before the call returns, ahead of whatever the caller
+  // does next (a delay, the reset line).
+  if (ok && (in || !selected_)) ok = link_.Sync();
   return ok ? static_cast<int>(n) : -1;
 }
 
 void Frames::Select() { selected_ = true; }
 
 void Frames::Release() {
-  if (selected_ && (handed_ || !head_.empty())) Add(nullptr, nullptr, 0, false, true);
+  if (selected_ && (handed_ || !head_.empty()) && Add(nullptr, nullptr, 0, false, true)) link_.Sync();
   selected_ = handed_ = false;
   head_.clear();
 }
