@@ -3,7 +3,9 @@
 // spidev with its GPIO reset line, each with an emulated chip behind it.
 // Judged by the chip's contents, the exit status, the messages and what the
 // devices counted.
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -214,6 +216,7 @@ TEST(Bridge, BadConfigurationAndFailingDevicesEndWithAClearError) {
       {"chip select without S_SPI_CS", "@tty,cs=1", {"--drop", "0x16"}, {"-connect"},
        "lacks S_SPI_CS, which cs=1 needs"},
       {"other serial number", "@tty,sn=7", {}, {"-select", "USB=5", "-connect"}, "Tarlo with SN 5 not found."},
+      {"device held by another program", "@held", {}, {"-connect"}, "is in use by another program"},
       {"stops answering mid-program", "@tty", {"--stop-after", "120"}, autoArgs,
        "stopped answering (nothing for 2 s)"},
       {"unplugged mid-program", "@tty", {"--vanish-after", "120"}, autoArgs, "was disconnected"},
@@ -231,18 +234,25 @@ TEST(Bridge, BadConfigurationAndFailingDevicesEndWithAClearError) {
     rig.dir.write("flash.bin", std::string(kChipSize, '\xFF'));
     rig.dir.write("d.bin", Pattern(0x40000, 5));
     std::string rest = c.config;
+    int held = -1;
     if (c.config.starts_with("@spidev")) {
       rest = c.config.substr(7);
       if (rest.find("GPIO") != std::string::npos) rest.replace(rest.find("GPIO"), 4, rig.dir.file("gpiochip0"));
       rig.UseSpidev(c.opts[0], rest);
     } else if (c.config.starts_with("@")) {
       rig.StartSerprog(c.config.starts_with("@tcp"), c.opts);
-      rig.config += c.config.substr(4);
+      if (c.config == "@held") {
+        held = open(rig.dir.file("tty").c_str(), O_RDWR | O_NOCTTY);
+        ASSERT_EQ(flock(held, LOCK_EX), 0);
+      } else {
+        rig.config += c.config.substr(4);
+      }
     } else {
       rig.config = c.config;
     }
     const auto start = std::chrono::steady_clock::now();
     RunResult r = rig.Run(c.args);
+    if (held >= 0) close(held);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
     EXPECT_EQ(r.exitStatus, 1) << r.out;
     EXPECT_EQ(Count(r.out, c.message), 1u) << r.out;
