@@ -40,7 +40,8 @@ std::map<std::string, long> Stats(const std::string& text) {
 struct BridgeRig {
   TempDir dir;
   std::string flash = dir.file("flash.bin");
-  std::string project = "[FLASH]\n  AutoDetect = 1\n";
+  // Target power is asked for, which neither kind can switch.
+  std::string project = "[FLASH]\n  AutoDetect = 1\n[PRODUCTION]\n  EnableTargetPower = 1\n  TargetPowerDelay = 0\n";
   std::string config;  // PELLAM_BRIDGE; empty: unset
   std::vector<std::string> env;
   pid_t device = -1;
@@ -150,13 +151,14 @@ TEST(Bridge, ProgramVerifyAndReadBackOnEveryKindOfDevice) {
     if (!c.holdsCs) {
       // The sequence's read inside its chip-select frame needs chip select
       // held across operations: the step fails with the reason.
+      const std::string base = rig.project;
       rig.project += InitSequence();
       RunResult r = rig.Run({"-connect"});
       EXPECT_EQ(r.exitStatus, 1) << r.out;
       EXPECT_TRUE(Has(r, "lacks S_CS_MODE (chip select held across operations), which a frame that reads and then "
                          "goes on needs")) << r.out;
       EXPECT_TRUE(Has(r, "Could not perform custom init sequence.")) << r.out;
-      rig.project = "[FLASH]\n  AutoDetect = 1\n";
+      rig.project = base;
     } else {
       rig.project += InitSequence();
     }
@@ -167,13 +169,19 @@ TEST(Bridge, ProgramVerifyAndReadBackOnEveryKindOfDevice) {
     rig.dir.write("d.bin", image);
     const std::string want = old.substr(0, 0x10000) + image + old.substr(0x50000);
     // The second -auto finds nothing to do and ends with the exit sequence.
-    RunResult r = rig.Run({"-open", rig.dir.file("d.bin"), "0x10000", "-auto", "-verify", "-readchip", "-saveas",
-                           rig.dir.file("dump.bin"), "-auto"});
+    RunResult r = rig.Run({"-tarlolog" + rig.dir.file("lib.log"), "-open", rig.dir.file("d.bin"), "0x10000", "-auto",
+                           "-verify", "-readchip", "-saveas", rig.dir.file("dump.bin"), "-auto"});
     EXPECT_EQ(r.exitStatus, 0) << r.out << r.err;
     for (const char* line : {"Target erased, programmed and verified successfully.", "All loaded bytes verified OK!",
                              "Target memory read successfully. (1048576 bytes"})
       EXPECT_TRUE(Has(r, line)) << line << "\n" << r.out;
     EXPECT_FALSE(Has(r, "ERROR")) << r.out;
+    // The library's log: the calls, what the device said about itself, the clock.
+    const std::string log = rig.dir.read("lib.log");
+    for (const char* line : {"TARLOARM_ExecCommand(\"SupplyPower = 1\")\n# accepted, but", "TARLOARM_OpenEx()\n# s",
+                             c.kind == Case::Spidev ? "): SPI clock 4000000 Hz\n" : "TARLOARM_SetSpeed(4000)",
+                             "TARLO_SPI_Batch(160 jobs)\n", "TARLOARM_Close()\n# closed\n"})
+      EXPECT_TRUE(log.find(line) != std::string::npos) << line << "\n" << log;
     EXPECT_TRUE(rig.dir.read("flash.bin") == want);
     EXPECT_TRUE(rig.dir.read("dump.bin") == want);
     const auto stats = rig.DeviceStats();
