@@ -250,10 +250,16 @@ bool Serprog::ReceiveOne(uint32_t* pollId) {
   return true;
 }
 
+// Every answer is taken in, also after a refusal: later answers may still be
+// bound for the caller's buffers, which must not be written once it returns.
 bool Serprog::Drain() {
-  while (!inflight_.empty())
-    if (!ReceiveOne()) return false;
-  return FlushTx();
+  bool ok = FlushTx();
+  while (!inflight_.empty() && !Dead()) ok = ReceiveOne() && ok;
+  if (Dead()) {
+    inflight_.clear();
+    inflightBytes_ = 0;
+  }
+  return ok && !Dead();
 }
 
 bool Serprog::Call(std::vector<uint8_t> cmd, const char* what, uint8_t* answer, uint32_t len) {
