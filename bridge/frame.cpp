@@ -41,10 +41,11 @@ bool Frames::Add(const uint8_t* out, uint8_t* in, uint32_t n, bool begin, bool e
 int Frames::Transfer(const uint8_t* out, uint8_t* in, uint32_t numBits, uint32_t flags) {
   const uint32_t n = (numBits + 7) / 8;
   bool ok = Add(out, in, n, flags & TARLO_SPI_FLAG_BEGIN, flags & kEndBits);
-  // The caller reads its buffer when the call returns; and a finished frame
-  // reaches the chip before the call returns, ahead of whatever the caller
-  // does next (a delay, the reset line).
-  if (ok && (in || !selected_)) ok = link_.Sync();
+  // The caller reads its buffer when the call returns (also after a failure,
+  // nothing may still be bound for it); and a finished frame reaches the chip
+  // before the call returns, ahead of whatever the caller does next (a delay,
+  // the reset line).
+  if (in || !selected_ || !ok) ok = link_.Sync() && ok;
   return ok ? static_cast<int>(n) : -1;
 }
 
@@ -73,6 +74,7 @@ int Frames::Batch(TARLO_SPI_JOB* jobs, int numJobs) {
     const uint32_t n = (j.NumBits + 7) / 8;
     if (j.Type == TARLO_SPI_JOB_TRANSFER) {
       if (!Add(j.pOut, j.pIn, n, j.Flags & TARLO_SPI_FLAG_BEGIN, j.Flags & kEndBits)) {
+        link_.Sync();
         settle(i + 1, false);
         return 0;
       }
@@ -99,7 +101,10 @@ int Frames::Batch(TARLO_SPI_JOB* jobs, int numJobs) {
     settle(i, r != kLinkFailed);
     j.Result = r > 0 ? r : -1;
     unsettled = i + 1;
-    if (r <= 0) return 0;
+    if (r <= 0) {
+      link_.Sync();
+      return 0;
+    }
   }
   settle(numJobs, link_.Sync());
   return 0;
