@@ -190,6 +190,8 @@ TEST(TarloSim, ContentsPersistAndOtherSizesAreKept) {
   ASSERT_EQ(flash.size(), 65536u + 4);
   EXPECT_EQ(flash.substr(65536), "tail");
   EXPECT_EQ(flash[0x41], '\0');
+  // The trace is complete once the probe is closed, not only at exit.
+  EXPECT_TRUE(ReadFile(s.dir + "/trace.txt").ends_with("02 00 00 41 00\n# close\n"));
 }
 
 TEST(TarloSim, BadSettingsFailTheOpenNamingTheVariableAndValue) {
