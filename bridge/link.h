@@ -2,7 +2,10 @@
 // frames, queued and clocked in as few device round trips as the device
 // allows, and status polls.
 #pragma once
+#include <cerrno>
+#include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <string>
 
@@ -14,7 +17,19 @@ namespace bridge {
 // (value & mask) == expected (value: the bytes read, little-endian).
 struct PollCond {
   uint32_t mask, expected, maxRepeat;
+  bool Met(const uint8_t* in, uint32_t n) const {
+    uint32_t v = 0;
+    for (uint32_t i = 0; i < n && i < 4; i++) v |= static_cast<uint32_t>(in[i]) << (8 * i);
+    return (v & mask) == expected;
+  }
 };
+
+inline int64_t NowMs() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+inline std::string Errno() { return std::strerror(errno); }
 
 constexpr int kPollNotMet = -1;
 constexpr int kLinkFailed = -2;

@@ -43,13 +43,6 @@ constexpr uint32_t kUnbounded = 1u << 24;
 constexpr uint32_t kUnqueriedWriteMax = 4096;
 constexpr uint32_t kMaxPollsAhead = 4;
 
-int64_t NowMs() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
-
-std::string Errno() { return std::strerror(errno); }
-
 void Put(std::vector<uint8_t>& v, uint32_t x, int bytes) {
   for (int i = 0; i < bytes; i++) v.push_back(static_cast<uint8_t>(x >> (8 * i)));
 }
@@ -422,7 +415,7 @@ int Serprog::Poll(const uint8_t* prefix, uint32_t prefixLen, uint8_t* in, uint32
     } while (doneId != id);
     got++;
     std::memcpy(in, answer_.data(), n);
-    if ((Le(in, n) & c.mask) == c.expected) return static_cast<int>(got);
+    if (c.Met(in, n)) return static_cast<int>(got);
     if (got >= c.maxRepeat || NowMs() > deadline) return kPollNotMet;
     ahead = std::min(most, ahead * 2);
   }

@@ -32,13 +32,6 @@ constexpr size_t kMaxTransfers = 511;
 
 uint32_t Rounded(uint32_t n) { return (n + kAlign - 1) / kAlign * kAlign; }
 
-std::string Errno() { return std::strerror(errno); }
-
-int64_t NowMs() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
-
 class Spidev final : public Link {
  public:
   ~Spidev() override { Close(); }
@@ -164,9 +157,7 @@ int Spidev::Poll(const uint8_t* prefix, uint32_t prefixLen, uint8_t* in, uint32_
   for (uint32_t reps = 1; reps <= c.maxRepeat; reps++) {
     // The first poll goes in one call with what is queued before it.
     if (!Add(prefix, nullptr, prefixLen, false) || !Add(nullptr, in, n, true) || !Flush()) return kLinkFailed;
-    uint32_t v = 0;
-    for (uint32_t i = 0; i < n && i < 4; i++) v |= static_cast<uint32_t>(in[i]) << (8 * i);
-    if ((v & c.mask) == c.expected) return static_cast<int>(reps);
+    if (c.Met(in, n)) return static_cast<int>(reps);
     if (NowMs() > deadline) break;
   }
   return kPollNotMet;
